@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# Builds everything twice (plain, and with AddressSanitizer + UBSan) and runs
+# every test in both builds. The plain build runs last, so the output ends
+# with ctest's summary.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/install-deps.sh
+jobs=$(nproc)
+
+cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DTOVRA_SANITIZE=address -DTOVRA_BUILD_BENCH=OFF >/dev/null
+cmake --build build-asan -j "$jobs"
+(cd build-asan && ctest --output-on-failure -j "$jobs")
+
+cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build build -j "$jobs"
+(cd build && ctest --output-on-failure -j "$jobs")

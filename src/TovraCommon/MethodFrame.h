@@ -1,0 +1,60 @@
+// The shape every method provider shares: start/end log lines, the caller's
+// rights, the zeroed cache time, "TimeCalibration", and the module's own
+// methods (a module without any answers unknown names with success).
+#pragma once
+
+#include "Privilege.h"
+#include "ProviderFrame.h"
+
+#include <concepts>
+#include <cstring>
+
+namespace tovra {
+
+template <class M>
+concept HasOwnMethods = requires(const CMPIContext *ctx, const CMPIResult *rslt, const CMPIObjectPath *ref,
+                                 const char *method, const CMPIArgs *in, CMPIArgs *out) {
+    { M::invokeMethod(ctx, rslt, ref, method, in, out) } -> std::same_as<CMPIStatus>;
+};
+
+template <class M> struct MethodOps {
+    using S = ModuleState<M>;
+
+    static CMPIStatus invoke(const CMPIContext *ctx, const CMPIResult *rslt, const CMPIObjectPath *ref,
+                             const char *method, const CMPIArgs *in, CMPIArgs *out) {
+        const std::string name = opName(M::kPrefix, "InvokeMethod");
+        logAlert("%s: Sarting\n", name.c_str());
+        CMPIStatus st = run(ctx, rslt, ref, method, in, out);
+        logAlert("%s: Ending(0x%x)\n", name.c_str(), st.rc);
+        return st;
+    }
+
+private:
+    static CMPIStatus run(const CMPIContext *ctx, const CMPIResult *rslt, const CMPIObjectPath *ref,
+                          const char *method, const CMPIArgs *in, CMPIArgs *out) {
+        const CMPIBroker *broker = S::_TovraBroker;
+        if (ValidatePrivilege(ctx, broker).rc != CMPI_RC_OK) {
+            CMReturnDone(rslt);
+            CMPIStatus denied{CMPI_RC_ERR_FAILED, CMNewString(broker, M::kDeniedMessage, nullptr)};
+            return denied;
+        }
+        S::SetInstTime.store(0);
+        if (method != nullptr && std::strcmp(method, "TimeCalibration") == 0) {
+            S::SetInstTime.store(0);
+            CMReturnData(rslt, "OK", CMPI_chars);
+            CMReturnDone(rslt);
+            return okStatus();
+        }
+        if constexpr (HasOwnMethods<M>) {
+            return M::invokeMethod(ctx, rslt, ref, method, in, out);
+        } else {
+            (void)ref;
+            (void)in;
+            (void)out;
+            CMReturnDone(rslt);
+            return okStatus();
+        }
+    }
+};
+
+}  // namespace tovra
