@@ -1,0 +1,92 @@
+// Plain records of CIM class declarations as the MOF reader produces them,
+// and the error type of everything that reads source files.
+#pragma once
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace cimhost {
+
+enum class CimType {
+    Boolean, String, Char16, Uint8, Sint8, Uint16, Sint16, Uint32, Sint32,
+    Uint64, Sint64, Real32, Real64, DateTime, Reference
+};
+
+// A qualifier's value as MOF text: "true" for a flag (Key), the decoded text
+// of a single string (Description("a" "b") gives "ab"), the literal of a
+// number or identifier, and "{...}" with quoted strings for an array
+// (ValueMap{"1","2"} gives {"1","2"}).
+struct Qualifier {
+    std::string name;
+    std::string value;
+};
+
+struct PropertyDecl {
+    std::string name;
+    CimType type;
+    bool isArray = false;
+    bool isKey = false;
+    std::string refClass;  // the REF target class, for CimType::Reference
+    std::vector<Qualifier> qualifiers;
+};
+
+// A parameter is IN unless it carries IN(false), or OUT without IN.
+struct ParameterDecl {
+    std::string name;
+    CimType type;
+    bool isArray = false;
+    bool in = true;
+    bool out = false;
+    std::string refClass;
+};
+
+struct MethodDecl {
+    std::string name;
+    CimType returnType;
+    std::vector<ParameterDecl> params;
+};
+
+struct ClassDecl {
+    std::string name;
+    std::string superclass;  // empty for a root class
+    std::string nameSpace;   // from the file's #pragma namespace
+    bool isAssociation = false;
+    std::vector<Qualifier> qualifiers;
+    std::vector<PropertyDecl> properties;
+    std::vector<MethodDecl> methods;
+};
+
+// Error in a source file; what() reads "file:line: message" ("file: message"
+// when no line applies).
+class SourceError : public std::runtime_error {
+public:
+    SourceError(const std::string &file, int line, const std::string &message);
+    const std::string &file() const { return file_; }
+    int line() const { return line_; }
+    const std::string &message() const { return message_; }
+
+private:
+    std::string file_;
+    int line_;
+    std::string message_;
+};
+
+class MofError : public SourceError {
+public:
+    using SourceError::SourceError;
+};
+
+const char *cimTypeName(CimType);                                  // "uint32", "string", "ref", ...
+std::optional<CimType> cimTypeFromName(std::string_view keyword);  // case-insensitive; no "ref"
+
+// Case-insensitive comparison and folding, as CIM names compare.
+bool iequals(std::string_view a, std::string_view b);
+std::string lowerCase(std::string_view s);
+
+// The value of qualifier `name` (case-insensitive), or nullptr.
+const Qualifier *findQualifier(const std::vector<Qualifier> &qualifiers, std::string_view name);
+
+}  // namespace cimhost
