@@ -16,6 +16,7 @@
 
 #include <cmpimacs.h>
 
+#include "Channel.h"
 #include "CimWriter.h"
 #include "Controller.h"
 #include "Platform.h"
