@@ -10,7 +10,7 @@ struct Chassis {
     static constexpr const char *kClass = "Tovra_Chassis";
     static constexpr const char *kSuperClass = "CIM_Chassis";
     static constexpr const char *kGetKey = "Tag";
-    static constexpr const char *kKeys[] = {"CreationClassName", "Tag", nullptr};
+    static inline const char *kKeys[] = {"CreationClassName", "Tag", nullptr};
     static constexpr CMPICount kCapacity = 12;
     static constexpr bool kReadsController = false;
     using Ops = tovra::CachedInstanceOps<Chassis>;

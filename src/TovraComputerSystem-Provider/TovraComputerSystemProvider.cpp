@@ -24,7 +24,7 @@ struct RAIDComputerSystem {
     static constexpr const char *kClass = "Tovra_RAIDControllerSystem";
     static constexpr const char *kSuperClass = "CIM_ComputerSystem";
     static constexpr const char *kGetKey = "Name";
-    static constexpr const char *kKeys[] = {"CreationClassName", "Name", nullptr};
+    static inline const char *kKeys[] = {"CreationClassName", "Name", nullptr};
     static constexpr CMPICount kCapacity = 1;
     static constexpr bool kReadsController = true;
     static constexpr const char *kDeniedMessage =

@@ -63,7 +63,7 @@ struct DefaultStorageSetting {
     static constexpr const char *kPrefix = "TovraDefaultStorageSettingProvider";
     static constexpr const char *kClass = "Tovra_DefaultStorageSetting";
     static constexpr const char *kSuperClass = "CIM_StorageSetting";
-    static constexpr const char *kKeys[] = {"InstanceID", nullptr};
+    static inline const char *kKeys[] = {"InstanceID", nullptr};
     struct Ops;
 };
 

@@ -86,7 +86,7 @@ struct DiskDrive {
     static constexpr const char *kClass = "Tovra_DiskDrive";
     static constexpr const char *kSuperClass = "CIM_DiskDrive";
     static constexpr const char *kGetKey = "DeviceID";
-    static constexpr const char *kKeys[] = {"CreationClassName", "DeviceID", "SystemCreationClassName", "SystemName",
+    static inline const char *kKeys[] = {"CreationClassName", "DeviceID", "SystemCreationClassName", "SystemName",
                                             nullptr};
     static constexpr CMPICount kCapacity = 12 * 28;
     static constexpr bool kReadsController = true;

@@ -12,7 +12,7 @@ struct DiskDriveSlot {
     static constexpr const char *kClass = "Tovra_DiskDriveSlot";
     static constexpr const char *kSuperClass = "CIM_Slot";
     static constexpr const char *kGetKey = "Tag";
-    static constexpr const char *kKeys[] = {"CreationClassName", "Tag", nullptr};
+    static inline const char *kKeys[] = {"CreationClassName", "Tag", nullptr};
     static constexpr CMPICount kCapacity = 12 * 28;
     static constexpr bool kReadsController = false;
     using Ops = tovra::CachedInstanceOps<DiskDriveSlot>;

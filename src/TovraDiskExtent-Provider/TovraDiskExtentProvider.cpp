@@ -10,7 +10,7 @@ struct DiskExtent {
     static constexpr const char *kClass = "Tovra_DiskExtent";
     static constexpr const char *kSuperClass = "CIM_StorageExtent";
     static constexpr const char *kGetKey = "DeviceID";
-    static constexpr const char *kKeys[] = {"CreationClassName", "DeviceID", "SystemCreationClassName", "SystemName",
+    static inline const char *kKeys[] = {"CreationClassName", "DeviceID", "SystemCreationClassName", "SystemName",
                                             nullptr};
     static constexpr CMPICount kCapacity = 12 * 28;
     static constexpr bool kReadsController = true;

@@ -15,7 +15,7 @@ struct RegisteredProfile {
     static constexpr const char *kPrefix = "TovraRegisteredProfileProvider";
     static constexpr const char *kClass = "Tovra_RegisteredProfile";
     static constexpr const char *kSuperClass = "CIM_RegisteredProfile";
-    static constexpr const char *kKeys[] = {"InstanceID", nullptr};
+    static inline const char *kKeys[] = {"InstanceID", nullptr};
 
     struct Ops;
 };

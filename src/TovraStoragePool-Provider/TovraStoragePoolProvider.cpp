@@ -12,7 +12,7 @@ struct StoragePool {
     static constexpr const char *kClass = "Tovra_StoragePool";
     static constexpr const char *kSuperClass = "CIM_StoragePool";
     static constexpr const char *kGetKey = "InstanceID";
-    static constexpr const char *kKeys[] = {"InstanceID", nullptr};
+    static inline const char *kKeys[] = {"InstanceID", nullptr};
     static constexpr CMPICount kCapacity = 8;
     static constexpr bool kReadsController = false;
     static constexpr const char *kDeniedMessage =

@@ -15,7 +15,7 @@ struct StorageVolume {
     static constexpr const char *kClass = "Tovra_StorageVolume";
     static constexpr const char *kSuperClass = "CIM_StorageVolume";
     static constexpr const char *kGetKey = "DeviceID";
-    static constexpr const char *kKeys[] = {"CreationClassName", "DeviceID", "SystemName", "SystemCreationClassName",
+    static inline const char *kKeys[] = {"CreationClassName", "DeviceID", "SystemName", "SystemCreationClassName",
                                             nullptr};
     static constexpr CMPICount kCapacity = 32;
     static constexpr bool kReadsController = true;

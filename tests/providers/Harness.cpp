@@ -1,0 +1,191 @@
+#include "Harness.h"
+
+#include <Host.h>
+
+#include <dlfcn.h>
+
+#include <memory>
+#include <mutex>
+
+namespace harness {
+namespace sim = tovra::sim;
+
+namespace {
+
+cimhost::Host &host() {
+    static std::unique_ptr<cimhost::Host> instance = [] {
+        cimhost::HostOptions options;
+        options.mofPaths = {TOVRA_MOF_DIR};
+        options.registrationFile = std::string(TOVRA_MOF_DIR) + "/Tovra.reg";
+        options.providerDirs = {TOVRA_PROVIDER_DIR};
+        options.principal = "root";
+        auto h = std::make_unique<cimhost::Host>(options);
+        h->setPermission("root", 5);
+        return h;
+    }();
+    return *instance;
+}
+
+Val flatten(const cimhost::Value &v) {
+    Val out;
+    if (v.isNull()) return out;
+    if (v.isArray()) {
+        out.kind = Val::Kind::Numbers;
+        for (const cimhost::Value &e : v.asArray()) {
+            if (e.isNull()) continue;
+            try {
+                out.numbers.push_back(e.asUnsigned());
+            } catch (const std::exception &) {
+                out.kind = Val::Kind::Other;
+            }
+        }
+        return out;
+    }
+    const CMPIType t = v.type();
+    if (t == CMPI_string || t == CMPI_chars) {
+        out.kind = Val::Kind::Text;
+        out.text = v.asString();
+    } else if (t & (CMPI_UINT | CMPI_SINT)) {
+        out.kind = Val::Kind::Number;
+        out.number = v.asUnsigned();
+    } else {
+        out.kind = Val::Kind::Other;
+        out.text = v.toText();
+    }
+    return out;
+}
+
+std::vector<std::pair<std::string, Val>> flattenAll(const cimhost::NamedValues &list) {
+    std::vector<std::pair<std::string, Val>> out;
+    for (const auto &[name, value] : list) out.emplace_back(name, flatten(value));
+    return out;
+}
+
+Obj fromPath(const cimhost::ObjectPathV &p) {
+    Obj o;
+    o.ns = p.ns;
+    o.className = p.className;
+    o.keys = flattenAll(p.keys);
+    return o;
+}
+
+Answer fromReply(const cimhost::Reply &r) {
+    Answer a;
+    a.rc = r.rc;
+    a.message = r.message;
+    for (const auto &p : r.paths) a.objects.push_back(fromPath(p));
+    for (const auto &i : r.instances) {
+        Obj o = fromPath(i.path);
+        o.props = flattenAll(i.properties);
+        a.objects.push_back(std::move(o));
+    }
+    if (r.returnValue) a.value = flatten(*r.returnValue);
+    return a;
+}
+
+cimhost::Value toValue(const In &in) {
+    switch (in.kind) {
+        case In::Kind::Text: return cimhost::Value::string(in.text);
+        case In::Kind::Uint32: return cimhost::Value::u32(static_cast<uint32_t>(in.number));
+        case In::Kind::Uint8: return cimhost::Value::u8(static_cast<uint8_t>(in.number));
+        case In::Kind::Null: return cimhost::Value::null(CMPI_string);
+    }
+    return {};
+}
+
+cimhost::ObjectPathV pathOf(const std::string &cls, const Keys &keys, const std::string &ns) {
+    cimhost::ObjectPathV p;
+    p.ns = ns;
+    p.className = cls;
+    for (const auto &[name, value] : keys) p.keys.emplace_back(name, toValue(value));
+    return p;
+}
+
+}  // namespace
+
+const Val *Obj::prop(const std::string &name) const {
+    for (const auto &[n, v] : props)
+        if (n == name) return &v;
+    return nullptr;
+}
+const Val *Obj::key(const std::string &name) const {
+    for (const auto &[n, v] : keys)
+        if (n == name) return &v;
+    return nullptr;
+}
+std::string Obj::text(const std::string &name) const {
+    const Val *v = prop(name);
+    if (v == nullptr) v = key(name);
+    return v != nullptr && v->kind == Val::Kind::Text ? v->text : std::string();
+}
+uint64_t Obj::num(const std::string &name) const {
+    const Val *v = prop(name);
+    if (v == nullptr) v = key(name);
+    return v != nullptr && v->kind == Val::Kind::Number ? v->number : 0;
+}
+
+Answer enumNames(const std::string &cls, const std::string &ns) {
+    return fromReply(host().enumerateInstanceNames(ns, cls));
+}
+Answer enumInstances(const std::string &cls, const std::string &ns, const std::vector<std::string> *properties) {
+    return fromReply(host().enumerateInstances(ns, cls, properties));
+}
+Answer getInstance(const std::string &cls, const Keys &keys, const std::string &ns) {
+    return fromReply(host().getInstance(pathOf(cls, keys, ns), nullptr));
+}
+Answer invoke(const std::string &cls, const std::string &method, const Keys &args, const std::string &ns) {
+    cimhost::NamedValues in;
+    for (const auto &[name, value] : args) in.emplace_back(name, toValue(value));
+    return fromReply(host().invokeMethod(pathOf(cls, {}, ns), method, in));
+}
+
+size_t liveClones() { return cimhost::Host::liveClones(); }
+size_t liveRequestObjects() { return cimhost::Host::liveRequestObjects(); }
+void setPermission(const std::string &user, unsigned level) { host().setPermission(user, level); }
+
+void *factory(const std::string &symbol) {
+    host();  // the library is loaded with the host's first request
+    enumNames("Tovra_RegisteredProfile", kInterop);
+    void *lib = dlopen((std::string(TOVRA_PROVIDER_DIR) + "/libTovraProviders.so").c_str(), RTLD_NOW | RTLD_NOLOAD);
+    if (lib == nullptr) return nullptr;
+    using Factory = void *(*)(const CMPIBroker *, const CMPIContext *, CMPIStatus *);
+    auto fn = reinterpret_cast<Factory>(dlsym(lib, symbol.c_str()));
+    dlclose(lib);
+    if (fn == nullptr) return nullptr;
+    // The factory keeps the broker it is given, so hand it the host's own.
+    CMPIStatus rc{CMPI_RC_OK, nullptr};
+    return fn(host().broker(), nullptr, &rc);
+}
+
+void ProviderTest::SetUp() {
+    sim::reset();
+    sim::loadScenario("default");
+    sim::useVirtualClock(true);
+    sim::captureLog(true);
+    sim::clearLog();
+    freshClock();
+    sim::resetCounters();
+    host().setPermission("root", 5);
+}
+
+void ProviderTest::TearDown() {
+    EXPECT_EQ(sim::openDescriptors(), 0u) << "a device descriptor was left open";
+    EXPECT_EQ(liveRequestObjects(), 0u) << "request objects outlived their request";
+    sim::clearFaults();
+}
+
+void ProviderTest::freshClock() {
+    static time_t base = 2000000000;
+    base += 1000000;  // far past every cache lifetime of earlier tests
+    sim::setTime(base);
+}
+
+bool ProviderTest::logged(const std::string &needle) {
+    for (const std::string &line : sim::logLines())
+        if (line.find(needle) != std::string::npos) return true;
+    return false;
+}
+
+time_t ProviderTest::clockNow() { return static_cast<time_t>(sim::now()); }
+
+}  // namespace harness

@@ -1,0 +1,94 @@
+// The provider library as a CIM client sees it: the built shared library,
+// loaded into our host through the project's registration and MOF, talking
+// to the simulated adapter through real ioctl calls.
+#pragma once
+
+#include <cmpidt.h>
+#include <tovrasim/Simulator.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace harness {
+
+// A property value flattened for assertions: text, unsigned number, a list of
+// numbers, or null.
+struct Val {
+    enum class Kind { Null, Text, Number, Numbers, Other } kind = Kind::Null;
+    std::string text;
+    uint64_t number = 0;
+    std::vector<uint64_t> numbers;
+    bool operator==(const std::string &s) const { return kind == Kind::Text && text == s; }
+    bool operator==(const char *s) const { return kind == Kind::Text && text == s; }
+    bool operator==(uint64_t n) const { return kind == Kind::Number && number == n; }
+};
+
+struct Obj {
+    std::string ns;
+    std::string className;
+    std::vector<std::pair<std::string, Val>> keys;
+    std::vector<std::pair<std::string, Val>> props;  // in the order the provider set them
+    const Val *prop(const std::string &name) const;
+    const Val *key(const std::string &name) const;
+    bool has(const std::string &name) const { return prop(name) != nullptr; }
+    std::string text(const std::string &name) const;   // "" when absent or not text
+    uint64_t num(const std::string &name) const;        // 0 when absent
+};
+
+struct Answer {
+    CMPIrc rc = CMPI_RC_OK;
+    std::string message;
+    std::vector<Obj> objects;
+    std::optional<Val> value;  // method return value
+};
+
+using KeyList = std::vector<std::pair<std::string, std::string>>;
+
+// Typed key or argument value handed to the host.
+struct In {
+    enum class Kind { Text, Uint32, Uint8, Null } kind;
+    std::string text;
+    uint64_t number = 0;
+    static In str(std::string s) { return {Kind::Text, std::move(s), 0}; }
+    static In u32(uint64_t n) { return {Kind::Uint32, {}, n}; }
+    static In u8(uint64_t n) { return {Kind::Uint8, {}, n}; }
+    static In null() { return {Kind::Null, {}, 0}; }
+};
+using Keys = std::vector<std::pair<std::string, In>>;
+
+constexpr const char *kNs = "tovra/cimv2";
+constexpr const char *kInterop = "root/interop";
+
+Answer enumNames(const std::string &cls, const std::string &ns = kNs);
+Answer enumInstances(const std::string &cls, const std::string &ns = kNs,
+                     const std::vector<std::string> *properties = nullptr);
+Answer getInstance(const std::string &cls, const Keys &keys, const std::string &ns = kNs);
+Answer invoke(const std::string &cls, const std::string &method, const Keys &args = {},
+              const std::string &ns = kNs);
+
+size_t liveClones();
+size_t liveRequestObjects();
+void setPermission(const std::string &user, unsigned level);
+
+// Calls the module's factory through the exported symbol and returns its
+// MI record (the CIMOM's view of the table).
+void *factory(const std::string &symbol);
+
+// Each test starts from a reset simulator, a virtual clock far from any
+// earlier cache time (so every cache is stale), and captured logs.
+class ProviderTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+    static void freshClock();                       // jumps the clock past every cache lifetime
+    static bool logged(const std::string &needle);  // some captured line contains needle
+    static time_t clockNow();
+};
+
+}  // namespace harness
