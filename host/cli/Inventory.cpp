@@ -1,0 +1,155 @@
+#include "Inventory.h"
+
+#include "Format.h"
+
+#include <cstdio>
+#include <iomanip>
+#include <map>
+#include <sstream>
+
+namespace cimhost::cli {
+namespace {
+
+constexpr const char *kNs = "tovra/cimv2";
+
+std::string text(const InstanceV &i, const char *name) {
+    const Value *v = i.property(name);
+    return v != nullptr && !v->isNull() ? v->toText() : std::string();
+}
+
+uint64_t number(const InstanceV &i, const char *name) {
+    const Value *v = i.property(name);
+    if (v == nullptr || v->isNull() || v->isArray()) return 0;
+    try {
+        return v->asUnsigned();
+    } catch (const std::exception &) {
+        return 0;
+    }
+}
+
+// Decimal units, as disk capacities are sold.
+std::string bytes(uint64_t n) {
+    static const char *units[] = {"B", "KB", "MB", "GB", "TB", "PB"};
+    double v = static_cast<double>(n);
+    int u = 0;
+    while (v >= 1000 && u < 5) v /= 1000, ++u;
+    char out[32];
+    std::snprintf(out, sizeof out, u == 0 ? "%.0f %s" : "%.1f %s", v, units[u]);
+    return out;
+}
+
+struct Classes {
+    std::map<std::string, Reply> replies;
+    bool failed = false;
+    const std::vector<InstanceV> &of(const std::string &cls) const { return replies.at(cls).instances; }
+};
+
+Classes gather(Host &host) {
+    Classes c;
+    for (const char *cls : {"Tovra_RAIDControllerSystem", "Tovra_Chassis", "Tovra_DiskDriveSlot", "Tovra_DiskDrive",
+                            "Tovra_StoragePool", "Tovra_StorageVolume", "Tovra_DefaultStorageSetting"}) {
+        Reply r = host.enumerateInstances(kNs, cls);
+        c.failed = c.failed || !r.ok();
+        c.replies.emplace(cls, std::move(r));
+    }
+    return c;
+}
+
+void row(std::ostream &out, const std::vector<std::pair<int, std::string>> &cells) {
+    out << "   ";
+    for (const auto &[width, cell] : cells) out << ' ' << std::left << std::setw(width) << cell;
+    out << '\n';
+}
+
+void printController(std::ostream &out, const Classes &c) {
+    for (const InstanceV &s : c.of("Tovra_RAIDControllerSystem")) {
+        out << "Controller " << text(s, "ModelName") << "  serial " << text(s, "SerialNumber") << "  ("
+            << text(s, "VendorName") << ")\n";
+        out << "    firmware " << text(s, "FirmVersion") << ", boot " << text(s, "BootVersion") << '\n';
+        out << "    address " << text(s, "CurrentIP") << " (configured " << text(s, "LocalIP") << "), MAC "
+            << text(s, "MAC") << '\n';
+        out << "    memory " << number(s, "MemorySize") << " MB at " << number(s, "MemorySpeed") << " MHz\n";
+    }
+}
+
+void printEnclosures(std::ostream &out, const Classes &c) {
+    // Slots and disks share the tag "enclosure * 256 + slot".
+    std::map<uint64_t, const InstanceV *> disks;
+    for (const InstanceV &d : c.of("Tovra_DiskDrive")) disks[std::stoull("0" + text(d, "Tag"))] = &d;
+    std::map<uint64_t, std::vector<const InstanceV *>> slotsByEnclosure;
+    for (const InstanceV &s : c.of("Tovra_DiskDriveSlot"))
+        slotsByEnclosure[std::stoull("0" + text(s, "Tag")) / 256].push_back(&s);
+
+    out << "\nEnclosures and disks\n";
+    for (const auto &[enc, slots] : slotsByEnclosure) {
+        out << "  Enclosure " << enc + 1 << ": " << text(*slots.front(), "EnclosureNameRev") << " (" << slots.size()
+            << " slots)\n";
+        row(out, {{5, "Slot"}, {20, "Serial"}, {5, "Type"}, {24, "Model"}, {9, "Capacity"}, {9, "State"},
+                  {14, "Usage"}});
+        for (const InstanceV *slot : slots) {
+            const uint64_t tag = std::stoull("0" + text(*slot, "Tag"));
+            const std::string position = std::to_string(number(*slot, "Number") + 1);
+            auto d = disks.find(tag);
+            if (d == disks.end()) {
+                row(out, {{5, position}, {20, "(empty)"}});
+                continue;
+            }
+            const InstanceV &disk = *d->second;
+            std::string usage = text(disk, "Usage");
+            if (usage.empty()) usage = "member of " + text(disk, "UsageExt");
+            const std::string state = text(disk, "DeviceState").empty() ? "Normal" : text(disk, "DeviceState");
+            row(out, {{5, position}, {20, text(disk, "DeviceID")}, {5, text(disk, "DeviceType")},
+                      {24, text(disk, "ModelName")}, {9, bytes(number(disk, "NumberOfBlocks"))}, {9, state},
+                      {14, usage}});
+        }
+    }
+}
+
+void printPoolsAndVolumes(std::ostream &out, const Classes &c) {
+    out << "\nStorage pools (RAID sets)\n";
+    row(out, {{4, "No."}, {17, "Name"}, {12, "State"}, {8, "Members"}, {10, "Capacity"}, {10, "Free raw"},
+              {7, "Volumes"}});
+    for (const InstanceV &p : c.of("Tovra_StoragePool"))
+        row(out, {{4, std::to_string(number(p, "RaidSetNumber") + 1)}, {17, text(p, "InstanceID")},
+                  {12, text(p, "RAIDState")}, {8, std::to_string(number(p, "MemberDisks"))},
+                  {10, bytes(number(p, "Capacity"))}, {10, bytes(number(p, "FreeRawCapacity"))},
+                  {7, std::to_string(number(p, "Volumes"))}});
+
+    out << "\nStorage volumes\n";
+    row(out, {{4, "No."}, {17, "Name"}, {5, "RAID"}, {10, "Capacity"}, {8, "Stripe"}, {12, "State"}, {5, "Pool"},
+              {14, "Cache"}, {11, "Ch/Id/Lun"}});
+    for (const InstanceV &v : c.of("Tovra_StorageVolume"))
+        row(out, {{4, std::to_string(number(v, "VolumeNo"))}, {17, text(v, "DeviceID")},
+                  {5, std::to_string(number(v, "RAIDLevel"))}, {10, bytes(number(v, "Capacity"))},
+                  {8, std::to_string(number(v, "StripeSize")) + " KB"}, {12, text(v, "VolumeState")},
+                  {5, std::to_string(number(v, "RaidSetNumber") + 1)}, {14, text(v, "CacheMode")},
+                  {11, std::to_string(number(v, "Channel")) + "/" + std::to_string(number(v, "ID")) + "/" +
+                           std::to_string(number(v, "Lun"))}});
+}
+
+void printSettings(std::ostream &out, const Classes &c) {
+    out << "\nDefault storage settings\n";
+    for (const InstanceV &s : c.of("Tovra_DefaultStorageSetting"))
+        out << "    " << std::left << std::setw(8) << text(s, "InstanceID") << ' ' << text(s, "Description") << '\n';
+}
+
+}  // namespace
+
+int printInventory(Host &host, std::ostream &out, bool json) {
+    Classes c = gather(host);
+    if (json) {
+        Json doc = Json::object();
+        for (const auto &[cls, reply] : c.replies) doc[cls] = toJson(reply);
+        out << doc.dump(2) << '\n';
+    } else {
+        printController(out, c);
+        printEnclosures(out, c);
+        printPoolsAndVolumes(out, c);
+        printSettings(out, c);
+        for (const auto &[cls, reply] : c.replies)
+            if (!reply.ok()) out << "\n" << cls << ": " << errorText(reply) << '\n';
+    }
+    return c.failed ? 1 : 0;
+}
+
+}  // namespace cimhost::cli
