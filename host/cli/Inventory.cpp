@@ -52,6 +52,9 @@ Classes gather(Host &host) {
         c.failed = c.failed || !r.ok();
         c.replies.emplace(cls, std::move(r));
     }
+    Reply profile = host.enumerateInstances("root/interop", "Tovra_RegisteredProfile");
+    c.failed = c.failed || !profile.ok();
+    c.replies.emplace("Tovra_RegisteredProfile", std::move(profile));
     return c;
 }
 
@@ -70,6 +73,12 @@ void printController(std::ostream &out, const Classes &c) {
             << text(s, "MAC") << '\n';
         out << "    memory " << number(s, "MemorySize") << " MB at " << number(s, "MemorySpeed") << " MHz\n";
     }
+}
+
+void printProfile(std::ostream &out, const Classes &c) {
+    for (const InstanceV &p : c.of("Tovra_RegisteredProfile"))
+        out << "    registered profile \"" << text(p, "RegisteredName") << "\" " << text(p, "RegisteredVersion")
+            << " (" << text(p, "InstanceID") << ")\n";
 }
 
 void printEnclosures(std::ostream &out, const Classes &c) {
@@ -143,6 +152,7 @@ int printInventory(Host &host, std::ostream &out, bool json) {
         out << doc.dump(2) << '\n';
     } else {
         printController(out, c);
+        printProfile(out, c);
         printEnclosures(out, c);
         printPoolsAndVolumes(out, c);
         printSettings(out, c);

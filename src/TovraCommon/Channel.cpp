@@ -83,8 +83,12 @@ bool startsFrame(const uint8_t *bytes, std::size_t length) {
 // reassembly buffer fails the read.
 ReplyAssembler::Step ReplyAssembler::feed(const uint8_t *chunk, std::size_t length) {
     if (length > kMessageDataSize) return Step::TooLong;
-    if (startsFrame(chunk, 3)) {
-        expected_ = getLE16(chunk + 3);
+    // The reply buffer is zeroed before every read, so header bytes past the
+    // chunk's length read as zero.
+    uint8_t head[5] = {};
+    std::memcpy(head, chunk, std::min<std::size_t>(length, sizeof head));
+    if (startsFrame(head, 3)) {
+        expected_ = getLE16(head + 3);
         if (expected_ == 0) return Step::ZeroLength;
         if (6u + expected_ > kBufferSize) return Step::TooLong;
         started_ = true;
