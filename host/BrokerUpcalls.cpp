@@ -1,0 +1,293 @@
+// CMPIBrokerFT: providers' up-calls. They take the routes of client
+// operations; what they return (enumerations, instances, strings) belongs to
+// the request running on the calling thread.
+#include "HostCore.h"
+
+#include "Objects.h"
+
+#include <optional>
+
+namespace cimhost {
+
+namespace {
+
+using rt::Lifetime;
+using rt::Runtime;
+
+HostCore *coreOf(const CMPIBroker *mb, CMPIStatus *rc) {
+    HostCore *core = HostCore::of(mb);
+    if (core == nullptr) rt::setRc(rc, CMPI_RC_ERR_INVALID_HANDLE);
+    return core;
+}
+
+// The provider's context, carried into the nested provider call.
+bool callContextOf(const CMPIContext *ctx, CallContext &cc, CMPIStatus *rc) {
+    auto *c = Runtime::resolve<rt::ContextObj>(ctx, rc);
+    if (c == nullptr) return false;
+    cc.entries = c->entries();
+    cc.nullText = c->nullTextEntries();
+    return true;
+}
+
+bool pathOf(const CMPIObjectPath *op, ObjectPathV &out, CMPIStatus *rc) {
+    auto *p = Runtime::resolve<rt::ObjectPathObj>(op, rc);
+    if (p == nullptr) return false;
+    out = p->data();
+    return true;
+}
+
+std::optional<PropertyList> propertyList(const char **properties) {
+    if (properties == nullptr) return std::nullopt;
+    PropertyList list;
+    for (const char **p = properties; *p != nullptr; ++p) list.emplace_back(*p);
+    return list;
+}
+
+void failWith(HostCore &core, const Reply &r, CMPIStatus *rc) {
+    if (rc == nullptr) return;
+    rc->rc = r.rc;
+    rc->msg = r.message.empty() ? nullptr : rt::trackedString(core.flavor(), r.message);
+}
+
+CMPIEnumeration *enumerationOf(HostCore &core, Reply &&r, bool names, CMPIStatus *rc) {
+    if (!r.ok()) {
+        failWith(core, r, rc);
+        return nullptr;
+    }
+    std::vector<Value> items;
+    if (names) {
+        for (ObjectPathV &p : r.paths) items.push_back(Value::ref(std::move(p)));
+    } else {
+        for (InstanceV &i : r.instances) items.push_back(Value::instance(std::move(i)));
+    }
+    rt::setRc(rc, CMPI_RC_OK);
+    return Runtime::make<rt::EnumerationObj>(Lifetime::Tracked, core.flavor(), names ? CMPI_ref : CMPI_instance,
+                                             std::move(items))
+        ->as<CMPIEnumeration>();
+}
+
+// Runs an up-call that answers with an enumeration.
+template <class F>
+CMPIEnumeration *enumUpcall(const CMPIBroker *mb, const CMPIContext *ctx, const CMPIObjectPath *op, bool names,
+                            CMPIStatus *rc, F &&route) {
+    return rt::guarded<CMPIEnumeration *>(rc, nullptr, [&]() -> CMPIEnumeration * {
+        HostCore *core = coreOf(mb, rc);
+        CallContext cc;
+        ObjectPathV path;
+        if (core == nullptr || !callContextOf(ctx, cc, rc) || !pathOf(op, path, rc)) return nullptr;
+        return enumerationOf(*core, route(*core, cc, path), names, rc);
+    });
+}
+
+std::string text(const char *s) { return s != nullptr ? s : ""; }
+
+// ---- threads -----------------------------------------------------------------
+
+thread_local std::unique_ptr<rt::Scope> attachedScope;
+thread_local std::optional<rt::ScopeBinding> attachedBinding;
+
+CMPIContext *prepareAttachThread(const CMPIBroker *mb, const CMPIContext *ctx) {
+    return rt::guarded<CMPIContext *>(nullptr, nullptr, [&]() -> CMPIContext * {
+        HostCore *core = coreOf(mb, nullptr);
+        CallContext cc;
+        if (core == nullptr || !callContextOf(ctx, cc, nullptr)) return nullptr;
+        // Lives until detachThread frees it.
+        return Runtime::make<rt::ContextObj>(Lifetime::Clone, core->flavor(), std::move(cc.entries), cc.nullText)
+            ->as<CMPIContext>();
+    });
+}
+
+CMPIStatus attachThread(const CMPIBroker *mb, const CMPIContext *ctx) {
+    return rt::guardedStatus([&]() -> CMPIStatus {
+        CMPIStatus rc = rt::status(CMPI_RC_OK);
+        if (coreOf(mb, &rc) == nullptr || Runtime::resolve<rt::ContextObj>(ctx, &rc) == nullptr) return rc;
+        if (attachedScope) return rt::status(CMPI_RC_ERR_FAILED);
+        attachedScope = std::make_unique<rt::Scope>();
+        attachedBinding.emplace(attachedScope.get());
+        return rc;
+    });
+}
+
+CMPIStatus detachThread(const CMPIBroker *mb, const CMPIContext *ctx) {
+    return rt::guardedStatus([&]() -> CMPIStatus {
+        CMPIStatus rc = rt::status(CMPI_RC_OK);
+        if (coreOf(mb, &rc) == nullptr || Runtime::resolve<rt::ContextObj>(ctx, &rc) == nullptr) return rc;
+        if (!attachedScope) return rt::status(CMPI_RC_ERR_FAILED);
+        attachedBinding.reset();
+        attachedScope.reset();
+        return Runtime::release(const_cast<CMPIContext *>(ctx), rt::Kind::Context);
+    });
+}
+
+CMPIStatus deliverIndication(const CMPIBroker *, const CMPIContext *, const char *, const CMPIInstance *) {
+    return rt::status(CMPI_RC_ERR_NOT_SUPPORTED);
+}
+
+// ---- instances ---------------------------------------------------------------
+
+CMPIEnumeration *enumerateInstanceNames(const CMPIBroker *mb, const CMPIContext *ctx, const CMPIObjectPath *op,
+                                        CMPIStatus *rc) {
+    return enumUpcall(mb, ctx, op, true, rc, [](HostCore &core, const CallContext &cc, const ObjectPathV &path) {
+        return core.enumerateInstanceNames(cc, path);
+    });
+}
+
+CMPIEnumeration *enumerateInstances(const CMPIBroker *mb, const CMPIContext *ctx, const CMPIObjectPath *op,
+                                    const char **properties, CMPIStatus *rc) {
+    auto props = propertyList(properties);
+    return enumUpcall(mb, ctx, op, false, rc, [&](HostCore &core, const CallContext &cc, const ObjectPathV &path) {
+        return core.enumerateInstances(cc, path, props ? &*props : nullptr);
+    });
+}
+
+CMPIInstance *getInstance(const CMPIBroker *mb, const CMPIContext *ctx, const CMPIObjectPath *op,
+                          const char **properties, CMPIStatus *rc) {
+    return rt::guarded<CMPIInstance *>(rc, nullptr, [&]() -> CMPIInstance * {
+        HostCore *core = coreOf(mb, rc);
+        CallContext cc;
+        ObjectPathV path;
+        if (core == nullptr || !callContextOf(ctx, cc, rc) || !pathOf(op, path, rc)) return nullptr;
+        auto props = propertyList(properties);
+        Reply r = core->getInstance(cc, path, props ? &*props : nullptr);
+        if (!r.ok()) {
+            failWith(*core, r, rc);
+            return nullptr;
+        }
+        // A provider that answered OK without an instance gets NULL and OK back.
+        rt::setRc(rc, CMPI_RC_OK);
+        if (r.instances.empty()) return nullptr;
+        return Runtime::make<rt::InstanceObj>(Lifetime::Tracked, core->flavor(), std::move(r.instances.front()))
+            ->as<CMPIInstance>();
+    });
+}
+
+CMPIObjectPath *createInstance(const CMPIBroker *, const CMPIContext *, const CMPIObjectPath *, const CMPIInstance *,
+                               CMPIStatus *rc) {
+    rt::setRc(rc, CMPI_RC_ERR_NOT_SUPPORTED);
+    return nullptr;
+}
+
+CMPIStatus modifyInstance(const CMPIBroker *, const CMPIContext *, const CMPIObjectPath *, const CMPIInstance *,
+                          const char **) {
+    return rt::status(CMPI_RC_ERR_NOT_SUPPORTED);
+}
+
+CMPIStatus deleteInstance(const CMPIBroker *, const CMPIContext *, const CMPIObjectPath *) {
+    return rt::status(CMPI_RC_ERR_NOT_SUPPORTED);
+}
+
+CMPIEnumeration *execQuery(const CMPIBroker *, const CMPIContext *, const CMPIObjectPath *, const char *, const char *,
+                           CMPIStatus *rc) {
+    rt::setRc(rc, CMPI_RC_ERR_NOT_SUPPORTED);
+    return nullptr;
+}
+
+// ---- associations --------------------------------------------------------------
+
+CMPIEnumeration *associators(const CMPIBroker *mb, const CMPIContext *ctx, const CMPIObjectPath *op,
+                             const char *assocClass, const char *resultClass, const char *role,
+                             const char *resultRole, const char **properties, CMPIStatus *rc) {
+    auto props = propertyList(properties);
+    AssocFilter f{text(assocClass), text(resultClass), text(role), text(resultRole)};
+    return enumUpcall(mb, ctx, op, false, rc, [&](HostCore &core, const CallContext &cc, const ObjectPathV &path) {
+        return core.associators(cc, path, f, props ? &*props : nullptr);
+    });
+}
+
+CMPIEnumeration *associatorNames(const CMPIBroker *mb, const CMPIContext *ctx, const CMPIObjectPath *op,
+                                 const char *assocClass, const char *resultClass, const char *role,
+                                 const char *resultRole, CMPIStatus *rc) {
+    AssocFilter f{text(assocClass), text(resultClass), text(role), text(resultRole)};
+    return enumUpcall(mb, ctx, op, true, rc, [&](HostCore &core, const CallContext &cc, const ObjectPathV &path) {
+        return core.associatorNames(cc, path, f);
+    });
+}
+
+CMPIEnumeration *references(const CMPIBroker *mb, const CMPIContext *ctx, const CMPIObjectPath *op,
+                            const char *resultClass, const char *role, const char **properties, CMPIStatus *rc) {
+    auto props = propertyList(properties);
+    return enumUpcall(mb, ctx, op, false, rc, [&](HostCore &core, const CallContext &cc, const ObjectPathV &path) {
+        return core.references(cc, path, text(resultClass), text(role), props ? &*props : nullptr);
+    });
+}
+
+CMPIEnumeration *referenceNames(const CMPIBroker *mb, const CMPIContext *ctx, const CMPIObjectPath *op,
+                                const char *resultClass, const char *role, CMPIStatus *rc) {
+    return enumUpcall(mb, ctx, op, true, rc, [&](HostCore &core, const CallContext &cc, const ObjectPathV &path) {
+        return core.referenceNames(cc, path, text(resultClass), text(role));
+    });
+}
+
+// ---- methods and properties ----------------------------------------------------
+
+CMPIData invokeMethod(const CMPIBroker *mb, const CMPIContext *ctx, const CMPIObjectPath *op, const char *method,
+                      const CMPIArgs *in, CMPIArgs *out, CMPIStatus *rc) {
+    CMPIData none{};
+    none.type = CMPI_null;
+    none.state = CMPI_nullValue;
+    return rt::guarded<CMPIData>(rc, none, [&]() -> CMPIData {
+        HostCore *core = coreOf(mb, rc);
+        CallContext cc;
+        ObjectPathV path;
+        if (core == nullptr || !callContextOf(ctx, cc, rc) || !pathOf(op, path, rc)) return none;
+        if (method == nullptr) {
+            rt::setRc(rc, CMPI_RC_ERR_INVALID_PARAMETER);
+            return none;
+        }
+        NamedValues args;
+        if (in != nullptr) {
+            auto *a = Runtime::resolve<rt::ArgsObj>(in, rc);
+            if (a == nullptr) return none;
+            args = a->args();
+        }
+        rt::ArgsObj *outArgs = nullptr;
+        if (out != nullptr && (outArgs = Runtime::resolve<rt::ArgsObj>(out, rc)) == nullptr) return none;
+        Reply r = core->invokeMethod(cc, path, method, args);
+        if (!r.ok()) {
+            failWith(*core, r, rc);
+            return none;
+        }
+        if (outArgs != nullptr)
+            for (auto &[name, value] : r.outArgs) setNamed(outArgs->args(), name, value);
+        rt::setRc(rc, CMPI_RC_OK);
+        return r.returnValue ? rt::toData(*r.returnValue, core->flavor()) : none;
+    });
+}
+
+CMPIStatus setProperty(const CMPIBroker *, const CMPIContext *, const CMPIObjectPath *, const char *,
+                       const CMPIValue *, CMPIType) {
+    return rt::status(CMPI_RC_ERR_NOT_SUPPORTED);
+}
+
+CMPIData getProperty(const CMPIBroker *, const CMPIContext *, const CMPIObjectPath *, const char *, CMPIStatus *rc) {
+    rt::setRc(rc, CMPI_RC_ERR_NOT_SUPPORTED);
+    return rt::missingData();
+}
+
+}  // namespace
+
+CMPIBrokerFT brokerTable(bool legacy) {
+    return CMPIBrokerFT{CMPI_MB_Class_2,
+                        legacy ? 0u : static_cast<unsigned>(CMPIVersion200),
+                        "cimhost",
+                        prepareAttachThread,
+                        attachThread,
+                        detachThread,
+                        deliverIndication,
+                        enumerateInstanceNames,
+                        getInstance,
+                        createInstance,
+                        modifyInstance,
+                        deleteInstance,
+                        execQuery,
+                        enumerateInstances,
+                        associators,
+                        associatorNames,
+                        references,
+                        referenceNames,
+                        invokeMethod,
+                        setProperty,
+                        getProperty};
+}
+
+}  // namespace cimhost

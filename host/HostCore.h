@@ -1,0 +1,134 @@
+// The CIMOM core behind a Host: the broker handed to providers, the
+// registered classes, and the routing of operations to provider MIs. Client
+// operations and providers' up-calls take the same routes.
+#pragma once
+
+#include "HostOptions.h"
+#include "ObjectRuntime.h"
+#include "Providers.h"
+#include "Reply.h"
+#include "Schema.h"
+
+#include <cmpift.h>
+
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace cimhost {
+
+// What the context handed to a provider carries.
+struct CallContext {
+    NamedValues entries;
+    std::vector<std::string> nullText;  // string entries whose characters are NULL
+};
+
+class HostCore;
+
+// The broker providers see, followed by the host it belongs to.
+struct HostBroker {
+    CMPIBroker broker;
+    HostCore *core;
+    unsigned magic;
+};
+
+// One registration block: a class, its namespaces, kinds and provider.
+struct Binding {
+    std::string className;
+    std::vector<std::string> namespaces;  // lower case
+    std::vector<std::string> kinds;
+    std::shared_ptr<ProviderModule> module;
+    std::once_flag checked;
+    std::string checkError;  // why the block is unusable, once checked
+
+    bool serves(MiKind kind, std::string_view ns) const;
+};
+
+class HostCore {
+public:
+    explicit HostCore(HostOptions options);
+    ~HostCore();
+    HostCore(const HostCore &) = delete;
+    HostCore &operator=(const HostCore &) = delete;
+
+    // The host of a broker pointer, or nullptr when it is not one of ours.
+    static HostCore *of(const CMPIBroker *mb);
+    const CMPIBroker *broker() const { return &broker_.broker; }
+    const rt::Flavor &flavor() const { return flavor_; }
+    const Schema &schema() const { return schema_; }
+    const HostOptions &options() const { return options_; }
+
+    Reply enumerateInstanceNames(const CallContext &cc, const ObjectPathV &op);
+    Reply enumerateInstances(const CallContext &cc, const ObjectPathV &op, const PropertyList *props);
+    Reply getInstance(const CallContext &cc, const ObjectPathV &op, const PropertyList *props);
+    Reply associators(const CallContext &cc, const ObjectPathV &op, const AssocFilter &filter,
+                      const PropertyList *props);
+    Reply associatorNames(const CallContext &cc, const ObjectPathV &op, const AssocFilter &filter);
+    Reply references(const CallContext &cc, const ObjectPathV &op, const std::string &resultClass,
+                     const std::string &role, const PropertyList *props);
+    Reply referenceNames(const CallContext &cc, const ObjectPathV &op, const std::string &resultClass,
+                         const std::string &role);
+    Reply invokeMethod(const CallContext &cc, const ObjectPathV &op, const std::string &method, const NamedValues &in);
+
+    std::vector<RegisteredClass> registeredClasses() const;
+    unsigned permission(const std::string &user) const;
+    void setPermission(const std::string &user, unsigned level);
+    void log(const std::string &line);
+    std::vector<std::string> logLines() const;
+
+    // The built-in authorization service's MI records (hdl is this host).
+    CMPIInstanceMI authInstanceMI;
+    CMPIMethodMI authMethodMI;
+
+private:
+    struct Target {
+        Binding *binding;
+        std::string className;  // the class named in the path handed to the provider
+    };
+    enum class Route { Instance, Single };
+
+    Reply enumerateInstances(const CallContext &cc, const ObjectPathV &op, const PropertyList *props, bool names);
+    CMPIrc checkRequest(const std::string &ns, const std::string &cls, std::string &message) const;
+    std::vector<Target> instanceTargets(const std::string &ns, const std::string &cls, Route route) const;
+    Binding *methodTarget(const std::string &ns, const std::string &cls) const;
+    std::vector<Binding *> associationTargets(const std::string &ns, const std::string &source,
+                                              const std::string &assocClass) const;
+    // The MI of a block, or nullptr with the reply set to the failure.
+    void *usableMi(Binding &binding, MiKind kind, Reply &failure);
+    // Logs, once per class and property, a returned type the MOF does not declare.
+    void checkTypes(const std::vector<InstanceV> &instances);
+    template <class Call>
+    Reply forEachAssociation(const CallContext &cc, const ObjectPathV &op, const std::string &assocClass,
+                             bool names, Call &&call);
+
+    HostOptions options_;
+    rt::Flavor flavor_;
+    Schema schema_;
+    CMPIBrokerFT bft_;
+    CMPIBrokerEncFT eft_;
+    CMPIBrokerExtFT xft_;
+    HostBroker broker_;
+    std::vector<std::unique_ptr<Binding>> bindings_;
+    std::vector<std::shared_ptr<ProviderModule>> modules_;
+    std::set<std::string> namespaces_;  // lower case
+
+    mutable std::mutex stateMutex_;
+    std::map<std::string, unsigned> permissions_;  // by user name
+    std::deque<std::string> log_;
+    std::set<std::string> typeWarnings_;
+};
+
+// Broker function tables (BrokerUpcalls.cpp, BrokerEnc.cpp, BrokerExt.cpp).
+CMPIBrokerFT brokerTable(bool legacy);
+CMPIBrokerEncFT encTable(bool legacy);
+CMPIBrokerExtFT extTable();
+// The built-in provider of the authorization service (AuthService.cpp).
+ProviderModule::Resolver authServiceResolver();
+void initAuthService(HostCore &core);
+constexpr const char *kAuthProvider = "HostUserAuthorizationProvider";
+
+}  // namespace cimhost

@@ -1,0 +1,168 @@
+// The host's CMPI encapsulated objects: the data behind each handle.
+// Their function tables live in the matching .cpp files.
+#pragma once
+
+#include "ObjectRuntime.h"
+#include "Value.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace cimhost::rt {
+
+class StringObj : public Object {
+public:
+    static constexpr Kind kKind = Kind::String;
+    StringObj(const Flavor &flavor, std::string text);
+    // A string whose characters are NULL (hdl NULL too), as a stock CIMOM
+    // hands out for the principal when authentication is off.
+    StringObj(const Flavor &flavor, std::nullptr_t);
+    const char *chars() const { return null_ ? nullptr : text_.c_str(); }
+    const std::string &text() const { return text_; }
+    bool isNull() const { return null_; }
+
+private:
+    std::string text_;
+    bool null_ = false;
+};
+
+class ArrayObj : public Object {
+public:
+    static constexpr Kind kKind = Kind::Array;
+    ArrayObj(const Flavor &flavor, CMPIType elementType, Value::Array elements);
+    CMPIType elementType() const { return elementType_; }
+    Value::Array &elements() { return elements_; }
+    const Value::Array &elements() const { return elements_; }
+    Value toValue() const { return Value::array(elementType_, elements_); }
+
+private:
+    CMPIType elementType_;
+    Value::Array elements_;
+};
+
+class InstanceObj : public Object {
+public:
+    static constexpr Kind kKind = Kind::Instance;
+    InstanceObj(const Flavor &flavor, InstanceV data, std::optional<std::vector<std::string>> filter = {});
+    InstanceV &data() { return data_; }
+    const InstanceV &data() const { return data_; }
+    // Property names kept by CMSetPropertyFilter (lower case); none = all.
+    std::optional<std::vector<std::string>> &filter() { return filter_; }
+    const std::optional<std::vector<std::string>> &filter() const { return filter_; }
+    bool admits(std::string_view name) const;
+    // The instance's path: namespace, class, and the key properties' values.
+    ObjectPathV currentPath() const;
+    // The instance as it is returned: properties plus the current path.
+    InstanceV snapshot() const;
+
+private:
+    InstanceV data_;
+    std::optional<std::vector<std::string>> filter_;
+};
+
+class ObjectPathObj : public Object {
+public:
+    static constexpr Kind kKind = Kind::ObjectPath;
+    ObjectPathObj(const Flavor &flavor, ObjectPathV data);
+    ObjectPathV &data() { return data_; }
+    const ObjectPathV &data() const { return data_; }
+
+private:
+    ObjectPathV data_;
+};
+
+class ArgsObj : public Object {
+public:
+    static constexpr Kind kKind = Kind::Args;
+    ArgsObj(const Flavor &flavor, NamedValues args);
+    NamedValues &args() { return args_; }
+    const NamedValues &args() const { return args_; }
+
+private:
+    NamedValues args_;
+};
+
+class ContextObj : public Object {
+public:
+    static constexpr Kind kKind = Kind::Context;
+    ContextObj(const Flavor &flavor, NamedValues entries, std::vector<std::string> nullTextEntries = {});
+    NamedValues &entries() { return entries_; }
+    const NamedValues &entries() const { return entries_; }
+    // String entries that read back as a CMPIString whose characters are NULL.
+    std::vector<std::string> &nullTextEntries() { return nullText_; }
+    const std::vector<std::string> &nullTextEntries() const { return nullText_; }
+
+private:
+    NamedValues entries_;
+    std::vector<std::string> nullText_;
+};
+
+class EnumerationObj : public Object {
+public:
+    static constexpr Kind kKind = Kind::Enumeration;
+    // elementType: CMPI_instance or CMPI_ref.
+    EnumerationObj(const Flavor &flavor, CMPIType elementType, std::vector<Value> items);
+    CMPIType elementType() const { return elementType_; }
+    const std::vector<Value> &items() const { return items_; }
+    size_t &cursor() { return cursor_; }
+
+private:
+    CMPIType elementType_;
+    std::vector<Value> items_;
+    size_t cursor_ = 0;
+};
+
+class DateTimeObj : public Object {
+public:
+    static constexpr Kind kKind = Kind::DateTime;
+    DateTimeObj(const Flavor &flavor, DateTimeV value);
+    const DateTimeV &value() const { return value_; }
+
+private:
+    DateTimeV value_;
+};
+
+// What a provider call may return through its CMPIResult, and what it did.
+struct ResultSink {
+    enum class Accepts { Paths, Instances, Data };
+    Accepts accepts = Accepts::Instances;
+    std::vector<InstanceV> instances;
+    std::vector<ObjectPathV> paths;
+    std::optional<Value> data;
+    bool done = false;
+};
+
+class ResultObj : public Object {
+public:
+    static constexpr Kind kKind = Kind::Result;
+    ResultObj(const Flavor &flavor, ResultSink *sink);
+    ResultSink &sink() const { return *sink_; }
+
+private:
+    ResultSink *sink_;
+};
+
+// Key property names per class, filled from the class repositories of every
+// host, so an instance can build its path whatever host made it.
+void registerClassKeys(const std::string &className, std::vector<std::string> keyNames);
+std::optional<std::vector<std::string>> classKeys(const std::string &className);
+
+// ---- values crossing the boundary ------------------------------------------
+
+// Reads a value handed in by a provider (setProperty, addKey, addArg,
+// addEntry, setElementAt, returnData). Data is copied.
+CMPIrc readValue(const CMPIValue *value, CMPIType type, Value &out);
+// Builds the CMPIData a provider reads back; strings, paths, instances,
+// arrays and datetimes inside are new borrowed objects of the request.
+CMPIData toData(const Value &value, const Flavor &flavor, bool isKey = false);
+// The answer to a lookup of a name or index that is not there.
+CMPIData missingData();
+// A new borrowed string (for names, namespaces and the like).
+CMPIString *borrowedString(const Flavor &flavor, const std::string &text);
+// A new tracked string (a result the provider owns until the request ends).
+CMPIString *trackedString(const Flavor &flavor, const std::string &text);
+// chars arrays become string arrays, for what goes back to clients.
+Value clientValue(const Value &value);
+
+}  // namespace cimhost::rt

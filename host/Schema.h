@@ -1,0 +1,47 @@
+// The classes the host knows: the MOF it was given plus its own built-in
+// classes, with the questions routing and type conversion ask of them.
+#pragma once
+
+#include "ClassRepository.h"
+
+#include <cmpidt.h>
+
+#include <set>
+#include <string>
+#include <vector>
+
+namespace cimhost {
+
+// The CMPI type code of a declared CIM type.
+CMPIType cmpiTypeOf(CimType type, bool isArray);
+
+class Schema {
+public:
+    // Reads the built-in classes, then every MOF file or directory given;
+    // throws MofError on a bad or inconsistent class set.
+    explicit Schema(const std::vector<std::string> &mofPaths);
+
+    const ClassRepository &repository() const { return repo_; }
+    const ClassDecl *find(std::string_view cls) const { return repo_.find(cls); }
+    bool isA(std::string_view cls, std::string_view ancestor) const;
+    // Namespaces that hold at least one class (lower case).
+    const std::set<std::string> &namespaces() const { return namespaces_; }
+    // The declared type of a property, or CMPI_null when it is not declared.
+    CMPIType propertyType(std::string_view cls, std::string_view prop) const;
+    // Reference properties of an association class (inherited ones included).
+    std::vector<const PropertyDecl *> references(std::string_view cls) const;
+    const MethodDecl *method(std::string_view cls, std::string_view name) const {
+        return repo_.findMethod(cls, name);
+    }
+
+    // Class and namespace of the host's own user authorization service.
+    static constexpr const char *kAuthClass = "VMware_UserAuthorizationService";
+    static constexpr const char *kAuthNamespace = "root/cimv2";
+    static constexpr const char *kAuthName = "VMware:UserAuthorizationService";
+
+private:
+    ClassRepository repo_;
+    std::set<std::string> namespaces_;
+};
+
+}  // namespace cimhost

@@ -1,0 +1,134 @@
+// tovra-cim: runs one CIM operation on the CMPI host (MOF, registration and
+// provider libraries given on the command line) and prints the answer.
+// Exit status: 0 success, 1 the operation failed, 2 a usage error or a host
+// that could not start.
+#include "Format.h"
+#include "Host.h"
+
+#include <CLI/CLI.hpp>
+
+#include <iostream>
+
+using namespace cimhost;
+
+namespace {
+
+struct Request {
+    std::string ns, cls, method;
+    std::vector<std::string> keys, args, properties;
+    bool hasProperties = false;
+    AssocFilter filter;
+};
+
+// "name=value" items as string values; the host types them after the MOF.
+NamedValues pairs(const std::vector<std::string> &items, const std::string &what) {
+    NamedValues out;
+    for (const std::string &item : items) {
+        size_t eq = item.find('=');
+        if (eq == std::string::npos || eq == 0) throw std::invalid_argument(what + " '" + item + "' is not name=value");
+        out.emplace_back(item.substr(0, eq), Value::string(item.substr(eq + 1)));
+    }
+    return out;
+}
+
+int print(const Reply &reply, bool json) {
+    if (json) {
+        std::cout << cli::toJson(reply).dump(2) << '\n';
+    } else if (reply.ok()) {
+        std::cout << cli::toText(reply);
+    } else {
+        std::cerr << "tovra-cim: " << cli::errorText(reply) << '\n';
+    }
+    return reply.ok() ? 0 : 1;
+}
+
+CLI::App *operation(CLI::App &app, const char *name, const char *help, Request &r, bool keys) {
+    CLI::App *sub = app.add_subcommand(name, help);
+    sub->add_option("namespace", r.ns, "CIM namespace")->required();
+    sub->add_option("class", r.cls, "CIM class")->required();
+    if (keys) sub->add_option("keys", r.keys, "key=value of the object");
+    return sub;
+}
+
+void propertyOption(CLI::App *sub, Request &r) {
+    sub->add_option("--properties", r.properties, "only these properties (comma-separated)")->delimiter(',');
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    CLI::App app{"Runs one CIM operation on the CMPI host and prints the answer."};
+    app.require_subcommand(1);
+    app.fallthrough();
+
+    HostOptions options;
+    std::vector<std::string> permissions;
+    bool json = false;
+    app.add_option("--mof", options.mofPaths, "MOF file or directory (repeatable)")->take_all()->expected(1);
+    app.add_option("--registration", options.registrationFile, "provider registration file");
+    app.add_option("--provider-dir", options.providerDirs, "directory of provider libraries (repeatable)")
+        ->take_all()
+        ->expected(1);
+    app.add_option("--principal", options.principal, "user named in the requests' context");
+    app.add_option("--permission", permissions, "user=level answered by the authorization service (repeatable)")
+        ->take_all()
+        ->expected(1);
+    app.add_flag("--json", json, "print JSON");
+    app.add_flag("--verbose", options.echoBrokerLog, "print the host's log (provider load failures, type warnings)");
+
+    Request r;
+    CLI::App *classes = app.add_subcommand("classes", "the classes served: class, namespace, provider, kinds");
+    CLI::App *ein = operation(app, "ein", "enumerate instance names", r, false);
+    CLI::App *ei = operation(app, "ei", "enumerate instances", r, false);
+    CLI::App *gi = operation(app, "gi", "get an instance", r, true);
+    CLI::App *an = operation(app, "an", "associator names", r, true);
+    CLI::App *a = operation(app, "a", "associators", r, true);
+    CLI::App *rn = operation(app, "rn", "reference names", r, true);
+    CLI::App *ref = operation(app, "r", "references", r, true);
+    CLI::App *invoke = app.add_subcommand("invoke", "invoke a method");
+    invoke->add_option("namespace", r.ns, "CIM namespace")->required();
+    invoke->add_option("class", r.cls, "CIM class")->required();
+    invoke->add_option("method", r.method, "method name")->required();
+    invoke->add_option("keys", r.keys, "key=value of the object");
+    invoke->add_option("--arg", r.args, "name=value argument (repeatable)")->take_all()->expected(1);
+    for (CLI::App *sub : {ei, gi, a, ref}) propertyOption(sub, r);
+    for (CLI::App *sub : {an, a}) {
+        sub->add_option("--assoc-class", r.filter.assocClass, "association class");
+        sub->add_option("--result-class", r.filter.resultClass, "class of the far end");
+        sub->add_option("--role", r.filter.role, "role of the source");
+        sub->add_option("--result-role", r.filter.resultRole, "role of the far end");
+    }
+    for (CLI::App *sub : {rn, ref}) {
+        sub->add_option("--result-class", r.filter.resultClass, "association class");
+        sub->add_option("--role", r.filter.role, "role of the source");
+    }
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &e) {
+        return app.exit(e) == 0 ? 0 : 2;  // --help is no error
+    }
+
+    try {
+        Host host(options);
+        for (const auto &[user, level] : pairs(permissions, "permission"))
+            host.setPermission(user, static_cast<unsigned>(std::stoul(level.asString())));
+        if (*classes) {
+            auto list = host.registeredClasses();
+            std::cout << (json ? cli::toJson(list).dump(2) + "\n" : cli::toText(list));
+            return 0;
+        }
+        const PropertyList *props = r.properties.empty() ? nullptr : &r.properties;
+        ObjectPathV path = host.path(r.ns, r.cls, pairs(r.keys, "key"));
+        if (*ein) return print(host.enumerateInstanceNames(r.ns, r.cls), json);
+        if (*ei) return print(host.enumerateInstances(r.ns, r.cls, props), json);
+        if (*gi) return print(host.getInstance(path, props), json);
+        if (*an) return print(host.associatorNames(path, r.filter), json);
+        if (*a) return print(host.associators(path, r.filter, props), json);
+        if (*rn) return print(host.referenceNames(path, r.filter.resultClass, r.filter.role), json);
+        if (*ref) return print(host.references(path, r.filter.resultClass, r.filter.role, props), json);
+        return print(host.invokeMethod(path, r.method, pairs(r.args, "argument")), json);
+    } catch (const std::exception &e) {
+        std::cerr << "tovra-cim: " << e.what() << '\n';
+        return 2;
+    }
+}

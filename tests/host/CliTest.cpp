@@ -1,0 +1,62 @@
+// tovra-cim run as a process against the test provider library.
+#include "Format.h"
+#include "HostFixture.h"
+
+#include <sys/wait.h>
+
+#include <cstdio>
+
+namespace {
+
+struct CliRun {
+    int status;
+    std::string out;
+};
+
+CliRun cli(const std::string &arguments) {
+    std::string command = std::string(TOVRA_CIM) + " --mof " TEST_MOF " --registration " TEST_REGISTRATION
+                          " --provider-dir " TEST_PROVIDER_DIR " --principal alice " + arguments + " 2>&1";
+    CliRun run{-1, {}};
+    FILE *pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) return run;
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, pipe)) > 0) run.out.append(buf, n);
+    int status = pclose(pipe);
+    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return run;
+}
+
+TEST(Cli, ListsClassesAndRunsOperations) {
+    CliRun classes = cli("classes");
+    EXPECT_EQ(classes.status, 0);
+    EXPECT_NE(classes.out.find("Test_Widget test/cimv2 TestWidgetProvider instance,method\n"), std::string::npos)
+        << classes.out;
+
+    CliRun get = cli("gi test/cimv2 Test_Gadget Name=g1 Id=7 --properties Owner");
+    EXPECT_EQ(get.status, 0) << get.out;
+    EXPECT_EQ(get.out, "test/cimv2:Test_Gadget.Name=\"g1\",Id=7\n    Name = g1\n    Id = 7\n    Owner = alpha\n");
+
+    CliRun invoke = cli("--permission alice=5 invoke test/cimv2 Test_Widget Describe Name=alpha --arg Slot=3 "
+                     "--arg Label=hi --arg Items=a,b");
+    EXPECT_EQ(invoke.status, 0) << invoke.out;
+    EXPECT_EQ(invoke.out, "ReturnValue = Slot=3 Label=hi Items=2\nEcho = hi\n");
+}
+
+TEST(Cli, PrintsJsonAndFailsWithTheStatus) {
+    CliRun json = cli("ei test/cimv2 Test_Widget --json");
+    ASSERT_EQ(json.status, 0) << json.out;
+    auto parsed = cimhost::cli::Json::parse(json.out);
+    ASSERT_EQ(parsed["instances"].size(), 2u);
+    EXPECT_EQ(parsed["instances"][1]["properties"]["Slot"], 2);
+    EXPECT_EQ(parsed["instances"][1]["properties"]["Tags"], (cimhost::cli::Json{"red", "beta"}));
+    EXPECT_EQ(parsed["instances"][1]["path"]["keys"]["Name"], "beta");
+
+    CliRun missing = cli("gi test/cimv2 Test_Widget Name=nobody");
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_EQ(missing.out, "tovra-cim: CMPI_RC_ERR_NOT_FOUND (6)\n");
+    CliRun badMof = cli("--mof /nonexistent.mof classes");
+    EXPECT_EQ(badMof.status, 2);
+}
+
+}  // namespace
