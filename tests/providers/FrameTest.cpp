@@ -3,6 +3,7 @@
 // answers and the cache's memory.
 #include "Harness.h"
 
+#include <CacheReset.h>
 #include <cmpift.h>
 
 using namespace harness;
@@ -191,6 +192,22 @@ TEST_F(Frame, TimeCalibrationZeroesTheCacheTimeForCallersWithReadWriteRights) {
                   "TovraRAIDComputerSystemProviderInvokeMethod: Caller does not have rw privileges to invoke methods.");
     }
     setPermission("root", 5);
+}
+
+TEST_F(Frame, CacheResetReachesTheNamedModulesThroughTheBroker) {
+    ASSERT_EQ(enumInstances(kController).rc, CMPI_RC_OK);
+    ASSERT_EQ(enumInstances("Tovra_StoragePool").rc, CMPI_RC_OK);
+    ASSERT_EQ(enumInstances("Tovra_DiskDrive").rc, CMPI_RC_OK);
+    inRequest([](const CMPIBroker *broker, const CMPIContext *ctx) {
+        tovra::TovraInvokeMethodResetBaseTime(broker, ctx, {"Tovra_RAIDControllerSystem", "Tovra_StoragePool"});
+    });
+    EXPECT_TRUE(logged("TovraInvokeMethodResetBaseTime: Ending"));
+    sim::resetCounters();
+    ASSERT_EQ(enumInstances(kController).rc, CMPI_RC_OK);
+    ASSERT_EQ(enumInstances("Tovra_StoragePool").rc, CMPI_RC_OK);
+    ASSERT_EQ(enumInstances("Tovra_DiskDrive").rc, CMPI_RC_OK);
+    EXPECT_EQ(sim::exchanges(0x20), 8u) << "the pool cache was dropped";
+    EXPECT_EQ(sim::exchanges(0x22), 0u) << "the disk cache was not named";
 }
 
 TEST_F(Frame, CacheMemoryStaysFlatAcrossThousandsOfRebuilds) {

@@ -139,6 +139,10 @@ Answer invoke(const std::string &cls, const std::string &method, const Keys &arg
     return fromReply(host().invokeMethod(pathOf(cls, {}, ns), method, in));
 }
 
+void inRequest(const std::function<void(const CMPIBroker *, const CMPIContext *)> &body) {
+    host().withRequest(body);
+}
+
 size_t liveClones() { return cimhost::Host::liveClones(); }
 size_t liveRequestObjects() { return cimhost::Host::liveRequestObjects(); }
 void setPermission(const std::string &user, unsigned level) { host().setPermission(user, level); }

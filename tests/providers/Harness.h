@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -71,6 +72,10 @@ Answer enumInstances(const std::string &cls, const std::string &ns = kNs,
 Answer getInstance(const std::string &cls, const Keys &keys, const std::string &ns = kNs);
 Answer invoke(const std::string &cls, const std::string &method, const Keys &args = {},
               const std::string &ns = kNs);
+
+// Runs body inside a host request, with the host's broker and a context
+// carrying the test principal.
+void inRequest(const std::function<void(const CMPIBroker *, const CMPIContext *)> &body);
 
 size_t liveClones();
 size_t liveRequestObjects();
