@@ -59,9 +59,12 @@ Classes gather(Host &host) {
 }
 
 void row(std::ostream &out, const std::vector<std::pair<int, std::string>> &cells) {
-    out << "   ";
-    for (const auto &[width, cell] : cells) out << ' ' << std::left << std::setw(width) << cell;
-    out << '\n';
+    std::ostringstream line;
+    line << "   ";
+    for (const auto &[width, cell] : cells) line << ' ' << std::left << std::setw(width) << cell;
+    std::string text = line.str();
+    text.erase(text.find_last_not_of(' ') + 1);
+    out << text << '\n';
 }
 
 void printController(std::ostream &out, const Classes &c) {

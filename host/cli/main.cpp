@@ -4,6 +4,7 @@
 // that could not start.
 #include "Format.h"
 #include "Host.h"
+#include "Inventory.h"
 
 #include <CLI/CLI.hpp>
 
@@ -78,6 +79,8 @@ int main(int argc, char **argv) {
 
     Request r;
     CLI::App *classes = app.add_subcommand("classes", "the classes served: class, namespace, provider, kinds");
+    CLI::App *inventory = app.add_subcommand(
+        "inventory", "the adapter: controller, enclosures with slots and disks, pools, volumes, default settings");
     CLI::App *ein = operation(app, "ein", "enumerate instance names", r, false);
     CLI::App *ei = operation(app, "ei", "enumerate instances", r, false);
     CLI::App *gi = operation(app, "gi", "get an instance", r, true);
@@ -117,6 +120,7 @@ int main(int argc, char **argv) {
             std::cout << (json ? cli::toJson(list).dump(2) + "\n" : cli::toText(list));
             return 0;
         }
+        if (*inventory) return cli::printInventory(host, std::cout, json);
         const PropertyList *props = r.properties.empty() ? nullptr : &r.properties;
         ObjectPathV path = host.path(r.ns, r.cls, pairs(r.keys, "key"));
         if (*ein) return print(host.enumerateInstanceNames(r.ns, r.cls), json);
