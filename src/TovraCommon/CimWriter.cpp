@@ -1,6 +1,15 @@
 #include "CimWriter.h"
 
+#include "Controller.h"
+
 namespace tovra {
+
+void KeyWriter::deviceKeys(const char *className, const char *deviceId, const char *systemName) {
+    str("CreationClassName", className);
+    str("DeviceID", deviceId);
+    str("SystemCreationClassName", SystemCreationClassName);
+    str("SystemName", systemName);
+}
 
 void PropertyWriter::u8Array(const char *name, const uint8_t *values, unsigned count) {
     CMPIStatus st = okStatus();

@@ -20,6 +20,9 @@ public:
     explicit KeyWriter(CMPIObjectPath *op) : op_(op) {}
     void str(const char *name, const char *value) { CMAddKey(op_, name, value, CMPI_chars); }
     void str(const char *name, const std::string &value) { str(name, value.c_str()); }
+    // The keys of a device of the adapter: its class, its id, and the
+    // controller system that scopes it.
+    void deviceKeys(const char *className, const char *deviceId, const char *systemName);
     CMPIObjectPath *path() const { return op_; }
 
 private:

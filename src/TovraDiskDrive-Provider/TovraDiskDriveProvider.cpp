@@ -105,12 +105,7 @@ struct DiskDrive {
                 std::snprintf(d.UsageExt, sizeof d.UsageExt, "%.16s", raidSets.nameOf(d.RaidSetNumber).c_str());
             }
             return emit(
-                [&](tovra::KeyWriter &k) {
-                    k.str("CreationClassName", kClass);
-                    k.str("DeviceID", d.SerialNumber);
-                    k.str("SystemCreationClassName", SystemCreationClassName);
-                    k.str("SystemName", systemName);
-                },
+                [&](tovra::KeyWriter &k) { k.deviceKeys(kClass, d.SerialNumber, systemName); },
                 [&](tovra::PropertyWriter &p) { setProperties(p, d, systemName); });
         });
         return tovra::WalkResult::Complete;

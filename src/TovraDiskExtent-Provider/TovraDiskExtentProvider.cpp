@@ -21,12 +21,7 @@ struct DiskExtent {
         WalkDisks(w.status, w.fd, [&](const EnclosureInfo &, DiskInfo &d) {
             if (d.Capacity == 0) return true;
             return emit(
-                [&](tovra::KeyWriter &k) {
-                    k.str("CreationClassName", kClass);
-                    k.str("DeviceID", d.SerialNumber);
-                    k.str("SystemCreationClassName", SystemCreationClassName);
-                    k.str("SystemName", systemName);
-                },
+                [&](tovra::KeyWriter &k) { k.deviceKeys(kClass, d.SerialNumber, systemName); },
                 [&](tovra::PropertyWriter &p) {
                     p.str("CreationClassName", kClass);
                     p.str("DeviceID", d.SerialNumber);
