@@ -26,15 +26,15 @@ void Clock::set(time_t seconds) {
 }
 
 double Clock::seconds() const {
-    return static_cast<double>(isVirtual() ? virtualNs_ : realtimeNs()) / 1e9;
+    return static_cast<double>(isVirtual() ? virtualNs_.load() : realtimeNs()) / 1e9;
 }
 
 Clock::Stamp Clock::after(int64_t ns) const {
-    return isVirtual() ? Stamp{true, virtualNs_ + ns} : Stamp{false, monotonicNs() + ns};
+    return isVirtual() ? Stamp{true, virtualNs_.load() + ns} : Stamp{false, monotonicNs() + ns};
 }
 
 bool Clock::reached(const Stamp &deadline) const {
-    return (deadline.isVirtual ? virtualNs_ : monotonicNs()) >= deadline.ns;
+    return (deadline.isVirtual ? virtualNs_.load() : monotonicNs()) >= deadline.ns;
 }
 
 }  // namespace tovra::sim

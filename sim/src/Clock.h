@@ -22,9 +22,9 @@ public:
     void advanceNs(int64_t ns) { virtualNs_ += ns; }
     void setIdleStep(double seconds) { idleStepNs_ = static_cast<int64_t>(seconds * 1e9); }
     void idle() {  // an empty poll of the reply
-        if (isVirtual()) virtualNs_ += idleStepNs_;
+        if (isVirtual()) virtualNs_ += idleStepNs_.load();
     }
-    time_t virtualSeconds() const { return static_cast<time_t>(virtualNs_ / 1000000000); }
+    time_t virtualSeconds() const { return static_cast<time_t>(virtualNs_.load() / 1000000000); }
     double seconds() const;  // of the clock in use
 
     Stamp after(int64_t ns) const;  // now + ns, in the domain in use
@@ -33,8 +33,9 @@ public:
 private:
     std::atomic<bool> virtual_{false};
     bool virtualSet_ = false;
-    int64_t virtualNs_ = 0;
-    int64_t idleStepNs_ = 250000000;
+    // Atomic: time() and nanosleep() of any thread read and move the clock.
+    std::atomic<int64_t> virtualNs_{0};
+    std::atomic<int64_t> idleStepNs_{250000000};
 };
 
 int64_t realtimeNs();
