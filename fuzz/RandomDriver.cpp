@@ -15,7 +15,7 @@ int main(int argc, char **argv) {
         input.assign(rng() % 1400, 0);
         for (auto &b : input) b = static_cast<uint8_t>(rng());
         if (i % 2 == 0 && input.size() > 8) {  // a chunk that starts a frame of random length
-            input[0] = static_cast<uint8_t>(input.size() / 5);
+            input[0] = static_cast<uint8_t>(i % 4 == 0 ? 3 + rng() % 3 : 100 + rng() % 28);
             input[1] = 0x5E, input[2] = 0x01, input[3] = 0x61;
         }
         LLVMFuzzerTestOneInput(input.data(), input.size());

@@ -15,13 +15,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     size_t at = 0;
     auto step = tovra::ReplyAssembler::Step::NeedMore;
     while (at < size && step == tovra::ReplyAssembler::Step::NeedMore) {
-        const size_t wanted = data[at] * 5u;
+        // Lengths below 128 are taken as they are (short start chunks matter);
+        // larger ones reach past the driver's buffer size.
+        const size_t wanted = data[at] < 128 ? data[at] : (data[at] - 127u) * 9u;
         ++at;
         const size_t length = std::min(wanted, size - at);
         uint8_t chunk[tovra::wire::kMessageDataSize] = {};  // zeroed as the driver's buffer is
         std::memcpy(chunk, data + at, std::min(length, sizeof chunk));
         step = assembler.feed(chunk, std::min(length, sizeof chunk));
         at += length;
+    }
+    // A complete frame must hold its checksum byte, as the reader reads it next.
+    if (step == tovra::ReplyAssembler::Step::Complete) {
+        const uint16_t length = tovra::wire::getLE16(frame + 3);
+        if (6u + length > sizeof frame) __builtin_trap();
+        static_cast<void>(tovra::wire::frameChecksum(frame, length) == frame[5 + length]);
     }
     const uint8_t *payload = frame + 5;
     ControllerInfo controller{};

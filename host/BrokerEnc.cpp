@@ -14,15 +14,9 @@ namespace {
 using rt::Lifetime;
 using rt::Runtime;
 
-HostCore *coreOf(const CMPIBroker *mb, CMPIStatus *rc) {
-    HostCore *core = HostCore::of(mb);
-    if (core == nullptr) rt::setRc(rc, CMPI_RC_ERR_INVALID_HANDLE);
-    return core;
-}
-
 template <class R, class F> R factory(const CMPIBroker *mb, CMPIStatus *rc, F &&make) {
     return rt::guarded<R>(rc, R{}, [&]() -> R {
-        HostCore *core = coreOf(mb, rc);
+        HostCore *core = HostCore::of(mb, rc);
         if (core == nullptr) return R{};
         rt::setRc(rc, CMPI_RC_OK);
         return make(*core);
@@ -243,12 +237,16 @@ std::string formatMessage(const char *defMsg, CMPICount count, va_list args) {
     return out;
 }
 
+CMPIString *messageString(const CMPIBroker *mb, const char *defMsg, CMPIStatus *rc, CMPICount count, va_list args) {
+    return factory<CMPIString *>(mb, rc, [&](HostCore &core) {
+        return rt::trackedString(core.flavor(), formatMessage(defMsg, count, args));
+    });
+}
+
 CMPIString *getMessage(const CMPIBroker *mb, const char *, const char *defMsg, CMPIStatus *rc, CMPICount count, ...) {
     va_list args;
     va_start(args, count);
-    CMPIString *s = factory<CMPIString *>(mb, rc, [&](HostCore &core) {
-        return rt::trackedString(core.flavor(), formatMessage(defMsg, count, args));
-    });
+    CMPIString *s = messageString(mb, defMsg, rc, count, args);
     va_end(args);
     return s;
 }
@@ -257,9 +255,7 @@ CMPIString *getMessage2(const CMPIBroker *mb, const char *, const CMPIMsgFileHan
                         CMPIStatus *rc, CMPICount count, ...) {
     va_list args;
     va_start(args, count);
-    CMPIString *s = factory<CMPIString *>(mb, rc, [&](HostCore &core) {
-        return rt::trackedString(core.flavor(), formatMessage(defMsg, count, args));
-    });
+    CMPIString *s = messageString(mb, defMsg, rc, count, args);
     va_end(args);
     return s;
 }
@@ -268,7 +264,7 @@ CMPIStatus logLine(const CMPIBroker *mb, const char *what, int level, const char
                    const CMPIString *string) {
     return rt::guardedStatus([&]() -> CMPIStatus {
         CMPIStatus rc = rt::status(CMPI_RC_OK);
-        HostCore *core = coreOf(mb, &rc);
+        HostCore *core = HostCore::of(mb, &rc);
         if (core == nullptr) return rc;
         std::string message = text != nullptr ? text : "";
         if (string != nullptr) {

@@ -14,12 +14,6 @@ namespace {
 using rt::Lifetime;
 using rt::Runtime;
 
-HostCore *coreOf(const CMPIBroker *mb, CMPIStatus *rc) {
-    HostCore *core = HostCore::of(mb);
-    if (core == nullptr) rt::setRc(rc, CMPI_RC_ERR_INVALID_HANDLE);
-    return core;
-}
-
 // The provider's context, carried into the nested provider call.
 bool callContextOf(const CMPIContext *ctx, CallContext &cc, CMPIStatus *rc) {
     auto *c = Runtime::resolve<rt::ContextObj>(ctx, rc);
@@ -71,7 +65,7 @@ template <class F>
 CMPIEnumeration *enumUpcall(const CMPIBroker *mb, const CMPIContext *ctx, const CMPIObjectPath *op, bool names,
                             CMPIStatus *rc, F &&route) {
     return rt::guarded<CMPIEnumeration *>(rc, nullptr, [&]() -> CMPIEnumeration * {
-        HostCore *core = coreOf(mb, rc);
+        HostCore *core = HostCore::of(mb, rc);
         CallContext cc;
         ObjectPathV path;
         if (core == nullptr || !callContextOf(ctx, cc, rc) || !pathOf(op, path, rc)) return nullptr;
@@ -88,7 +82,7 @@ thread_local std::optional<rt::ScopeBinding> attachedBinding;
 
 CMPIContext *prepareAttachThread(const CMPIBroker *mb, const CMPIContext *ctx) {
     return rt::guarded<CMPIContext *>(nullptr, nullptr, [&]() -> CMPIContext * {
-        HostCore *core = coreOf(mb, nullptr);
+        HostCore *core = HostCore::of(mb, nullptr);
         CallContext cc;
         if (core == nullptr || !callContextOf(ctx, cc, nullptr)) return nullptr;
         // Lives until detachThread frees it.
@@ -100,7 +94,7 @@ CMPIContext *prepareAttachThread(const CMPIBroker *mb, const CMPIContext *ctx) {
 CMPIStatus attachThread(const CMPIBroker *mb, const CMPIContext *ctx) {
     return rt::guardedStatus([&]() -> CMPIStatus {
         CMPIStatus rc = rt::status(CMPI_RC_OK);
-        if (coreOf(mb, &rc) == nullptr || Runtime::resolve<rt::ContextObj>(ctx, &rc) == nullptr) return rc;
+        if (HostCore::of(mb, &rc) == nullptr || Runtime::resolve<rt::ContextObj>(ctx, &rc) == nullptr) return rc;
         if (attachedScope) return rt::status(CMPI_RC_ERR_FAILED);
         attachedScope = std::make_unique<rt::Scope>();
         attachedBinding.emplace(attachedScope.get());
@@ -111,7 +105,7 @@ CMPIStatus attachThread(const CMPIBroker *mb, const CMPIContext *ctx) {
 CMPIStatus detachThread(const CMPIBroker *mb, const CMPIContext *ctx) {
     return rt::guardedStatus([&]() -> CMPIStatus {
         CMPIStatus rc = rt::status(CMPI_RC_OK);
-        if (coreOf(mb, &rc) == nullptr || Runtime::resolve<rt::ContextObj>(ctx, &rc) == nullptr) return rc;
+        if (HostCore::of(mb, &rc) == nullptr || Runtime::resolve<rt::ContextObj>(ctx, &rc) == nullptr) return rc;
         if (!attachedScope) return rt::status(CMPI_RC_ERR_FAILED);
         attachedBinding.reset();
         attachedScope.reset();
@@ -143,7 +137,7 @@ CMPIEnumeration *enumerateInstances(const CMPIBroker *mb, const CMPIContext *ctx
 CMPIInstance *getInstance(const CMPIBroker *mb, const CMPIContext *ctx, const CMPIObjectPath *op,
                           const char **properties, CMPIStatus *rc) {
     return rt::guarded<CMPIInstance *>(rc, nullptr, [&]() -> CMPIInstance * {
-        HostCore *core = coreOf(mb, rc);
+        HostCore *core = HostCore::of(mb, rc);
         CallContext cc;
         ObjectPathV path;
         if (core == nullptr || !callContextOf(ctx, cc, rc) || !pathOf(op, path, rc)) return nullptr;
@@ -226,7 +220,7 @@ CMPIData invokeMethod(const CMPIBroker *mb, const CMPIContext *ctx, const CMPIOb
     none.type = CMPI_null;
     none.state = CMPI_nullValue;
     return rt::guarded<CMPIData>(rc, none, [&]() -> CMPIData {
-        HostCore *core = coreOf(mb, rc);
+        HostCore *core = HostCore::of(mb, rc);
         CallContext cc;
         ObjectPathV path;
         if (core == nullptr || !callContextOf(ctx, cc, rc) || !pathOf(op, path, rc)) return none;

@@ -97,6 +97,12 @@ HostCore *HostCore::of(const CMPIBroker *mb) {
     return hb->magic == kBrokerMagic ? hb->core : nullptr;
 }
 
+HostCore *HostCore::of(const CMPIBroker *mb, CMPIStatus *rc) {
+    HostCore *core = of(mb);
+    if (core == nullptr) rt::setRc(rc, CMPI_RC_ERR_INVALID_HANDLE);
+    return core;
+}
+
 CMPIrc HostCore::checkRequest(const std::string &ns, const std::string &cls, std::string &message) const {
     if (namespaces_.count(lowerCase(ns)) == 0) {
         message = "namespace '" + ns + "' does not exist";

@@ -57,6 +57,8 @@ public:
 
     // The host of a broker pointer, or nullptr when it is not one of ours.
     static HostCore *of(const CMPIBroker *mb);
+    // The same, setting CMPI_RC_ERR_INVALID_HANDLE in rc when it is not ours.
+    static HostCore *of(const CMPIBroker *mb, CMPIStatus *rc);
     const CMPIBroker *broker() const { return &broker_.broker; }
     const rt::Flavor &flavor() const { return flavor_; }
     const Schema &schema() const { return schema_; }

@@ -44,16 +44,18 @@ int Engine::ioctlDevice(int fd, unsigned long request, void *arg) {
     }
 }
 
-int Engine::sendFirmware(int fd, CMD_MESSAGE_FIELD *m) {
-    const uint8_t *buf = m->messagedatabuffer;
-    const uint8_t command = buf[5];
+bool Engine::beginExchange(uint8_t command, ExchangeFaults &x) {
     ++counters[command];
     ++totalExchanges;
-    const ExchangeFaults x = faults.onExchange(command);
-    if (x.writeFail) {
-        errno = EIO;
-        return -1;
-    }
+    x = faults.onExchange(command);
+    if (x.writeFail) errno = EIO;
+    return !x.writeFail;
+}
+
+int Engine::sendFirmware(int fd, CMD_MESSAGE_FIELD *m) {
+    const uint8_t *buf = m->messagedatabuffer;
+    ExchangeFaults x;
+    if (!beginExchange(buf[5], x)) return -1;
     // The firmware acts on the request even when its reply is then lost.
     Outcome outcome{letter('L')};
     if (requestValid(buf, kMessageDataSize)) outcome = runFirmware(model, Request{buf, getLE16(buf + 3)}, eventTime());
@@ -63,13 +65,8 @@ int Engine::sendFirmware(int fd, CMD_MESSAGE_FIELD *m) {
 }
 
 int Engine::sendDriver(int fd, uint8_t command) {
-    ++counters[command];
-    ++totalExchanges;
-    const ExchangeFaults x = faults.onExchange(command);
-    if (x.writeFail) {
-        errno = EIO;
-        return -1;
-    }
+    ExchangeFaults x;
+    if (!beginExchange(command, x)) return -1;
     queueReply(fd, command == 0x02 ? driverInfoPayload(model) : pciInfoPayload(model), x);
     return 0;
 }

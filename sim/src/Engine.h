@@ -104,6 +104,8 @@ private:
     uint32_t eventTime() const;
     int sendFirmware(int fd, CMD_MESSAGE_FIELD *m);
     int sendDriver(int fd, uint8_t command);
+    // Counts an exchange and draws its faults; false (errno EIO) when the write fails.
+    bool beginExchange(uint8_t command, ExchangeFaults &x);
     int readChunk(int fd, CMD_MESSAGE_FIELD *m);
     void queueReply(int fd, const Bytes &payload, const ExchangeFaults &x);
 

@@ -28,7 +28,7 @@ Bytes property(const Model &m, unsigned index) {
     w.text(24, 4, e->revision);
     w.u8(28, e->type);
     w.u8(29, e->number.value_or(static_cast<uint8_t>(index)));
-    w.u8(30, static_cast<uint8_t>(e->slots.size()));
+    w.u8(30, e->rawSlots.value_or(static_cast<uint8_t>(e->slots.size())));
     w.u8(31, countOf(e, SensorKind::Voltage));
     w.u8(32, countOf(e, SensorKind::Fan));
     w.u8(33, countOf(e, SensorKind::Power));

@@ -129,6 +129,7 @@ void readEnclosure(const json &j, Model &m, Unfixed &unfixed) {
     if (slots > (index == 0 ? kMaxSlotsOwnBackplane : kMaxSlotsExpander))
         fail("enclosure " + std::to_string(index) + " has too many slots");
     e.slots.assign(slots, std::nullopt);
+    field(j, "rawSlots", e.rawSlots);
     for (const json &s : j.value("sensors", json::array())) {
         Sensor sensor;
         std::string kind = "temperature";

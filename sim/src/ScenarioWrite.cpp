@@ -66,6 +66,7 @@ json writeEnclosure(const Enclosure &e, unsigned index) {
     json j{{"index", index},       {"vendor", e.vendor}, {"product", e.product},
            {"revision", e.revision}, {"type", e.type},   {"slots", e.slots.size()}};
     putOptional(j, "number", e.number);
+    putOptional(j, "rawSlots", e.rawSlots);
     json sensors = json::array();
     for (const Sensor &s : e.sensors)
         sensors.push_back({{"kind", kindName(s.kind)}, {"name", s.name}, {"value", s.value}});

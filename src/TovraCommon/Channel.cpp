@@ -82,11 +82,10 @@ bool startsFrame(const uint8_t *bytes, std::size_t length) {
 // which is kept as it is. The copy is bounded: a frame that would not fit the
 // reassembly buffer fails the read.
 ReplyAssembler::Step ReplyAssembler::feed(const uint8_t *chunk, std::size_t length) {
-    if (length > kMessageDataSize) return Step::TooLong;
     // The reply buffer is zeroed before every read, so header bytes past the
     // chunk's length read as zero.
     uint8_t head[5] = {};
-    std::memcpy(head, chunk, std::min<std::size_t>(length, sizeof head));
+    std::memcpy(head, chunk, std::min(length, sizeof head));
     if (startsFrame(head, 3)) {
         expected_ = getLE16(head + 3);
         if (expected_ == 0) return Step::ZeroLength;
@@ -94,10 +93,15 @@ ReplyAssembler::Step ReplyAssembler::feed(const uint8_t *chunk, std::size_t leng
         started_ = true;
     }
     if (!started_) return Step::NeedMore;
+    // A driver that reports more bytes than its buffer holds is not believed.
+    if (length > kMessageDataSize) return Step::TooLong;
     const std::size_t copied = std::min(length, kBufferSize - collected_);
     std::memcpy(frame_ + collected_, chunk, copied);
     collected_ += copied;
-    return collected_ >= expected_ ? Step::Complete : Step::NeedMore;
+    if (collected_ < expected_) return Step::NeedMore;
+    // A start chunk shorter than the header lets a later chunk write the
+    // length's high byte: the frame must still fit for its checksum to be read.
+    return 6u + getLE16(frame_ + 3) > kBufferSize ? Step::TooLong : Step::Complete;
 }
 
 ReplyStatus readReply(int fd, CMD_MESSAGE_FIELD *reassembly, CMD_MESSAGE_FIELD *reply, int limitSeconds,

@@ -49,6 +49,8 @@ namespace tovra {
 
 // Enclosure numbers run from 0 to 11.
 inline constexpr int kMaxEnclosures = 12;
+// Every slot position an adapter can report: EncSlots is one byte.
+inline constexpr unsigned kMaxSlotPositions = kMaxEnclosures * 255;
 
 // Decodes an enclosure property payload; false only when the sensor array
 // cannot be allocated.

@@ -130,7 +130,7 @@ protected:
     template <Kind K>
     static void rebuild(const CMPIResult *rslt, const CMPIObjectPath *ref, const char **properties, int fd,
                         CMPIStatus &st, const char *op);
-    template <Kind K> static void replay(const CMPIResult *rslt, const char *op);
+    template <Kind K> static void replay(const CMPIResult *rslt, CMPIStatus &st, const char *op);
 };
 
 template <class M>
@@ -154,7 +154,7 @@ CMPIStatus CachedInstanceOps<M>::readOperation(const CMPIContext *, const CMPIRe
             if (cacheIsStale(now, setTime.load()))
                 rebuild<K>(rslt, ref, properties, device.get(), st, op);
             else
-                replay<K>(rslt, op);
+                replay<K>(rslt, st, op);
         }
     }
     CMReturnDone(rslt);
@@ -229,7 +229,7 @@ void CachedInstanceOps<M>::rebuild(const CMPIResult *rslt, const CMPIObjectPath 
 
 template <class M>
 template <typename CachedInstanceOps<M>::Kind K>
-void CachedInstanceOps<M>::replay(const CMPIResult *rslt, const char *op) {
+void CachedInstanceOps<M>::replay(const CMPIResult *rslt, CMPIStatus &st, const char *op) {
     constexpr bool paths = K == Kind::Paths;
     CMPIArray *cached = paths ? S::ObjectArray : S::InstanceArray;
     const CMPICount count = paths ? S::numOfObj : S::NumOfInst;
@@ -238,6 +238,7 @@ void CachedInstanceOps<M>::replay(const CMPIResult *rslt, const char *op) {
         CMPIData d = CMGetArrayElementAt(cached, i, &s);
         if (s.rc != CMPI_RC_OK || d.type != (paths ? CMPI_ref : CMPI_instance)) {
             logAlert("%s: Found an exception\n", opName(M::kPrefix, op).c_str());
+            st = s;  // the operation answers with the array call's status
             break;
         }
         if constexpr (paths) {
@@ -257,6 +258,7 @@ bool CachedInstanceOps<M>::findCached(const char *op, const CMPIResult *rslt, CM
         CMPIData d = CMGetArrayElementAt(S::InstanceArray, i, &s);
         if (s.rc != CMPI_RC_OK || d.type != CMPI_instance) {
             logAlert("%s: Found an exception\n", opName(M::kPrefix, op).c_str());
+            st = s;
             return false;
         }
         if (d.value.inst == nullptr || d.value.inst->hdl == nullptr) continue;

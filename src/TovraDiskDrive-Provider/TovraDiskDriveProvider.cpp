@@ -88,7 +88,7 @@ struct DiskDrive {
     static constexpr const char *kGetKey = "DeviceID";
     static inline const char *kKeys[] = {"CreationClassName", "DeviceID", "SystemCreationClassName", "SystemName",
                                             nullptr};
-    static constexpr CMPICount kCapacity = 12 * 28;
+    static constexpr CMPICount kCapacity = tovra::kMaxSlotPositions;
     static constexpr bool kReadsController = true;
     // The disk provider's refusal names the slot provider; the wording is kept.
     static constexpr const char *kDeniedMessage =

@@ -13,7 +13,7 @@ struct DiskDriveSlot {
     static constexpr const char *kSuperClass = "CIM_Slot";
     static constexpr const char *kGetKey = "Tag";
     static inline const char *kKeys[] = {"CreationClassName", "Tag", nullptr};
-    static constexpr CMPICount kCapacity = 12 * 28;
+    static constexpr CMPICount kCapacity = tovra::kMaxSlotPositions;
     static constexpr bool kReadsController = false;
     using Ops = tovra::CachedInstanceOps<DiskDriveSlot>;
 

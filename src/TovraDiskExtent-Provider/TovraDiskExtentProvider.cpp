@@ -12,7 +12,7 @@ struct DiskExtent {
     static constexpr const char *kGetKey = "DeviceID";
     static inline const char *kKeys[] = {"CreationClassName", "DeviceID", "SystemCreationClassName", "SystemName",
                                             nullptr};
-    static constexpr CMPICount kCapacity = 12 * 28;
+    static constexpr CMPICount kCapacity = tovra::kMaxSlotPositions;
     static constexpr bool kReadsController = true;
     using Ops = tovra::CachedInstanceOps<DiskExtent>;
 

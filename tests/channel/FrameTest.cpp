@@ -201,12 +201,29 @@ TEST_F(Assembler, EmptyAndOversizedFramesFailAtOnce) {
     const Bytes header = {0x5E, 0x01, 0x61, 0x1F, 0x04};
     EXPECT_EQ(big.feed(header.data(), header.size()), Step::TooLong);
 
-    // A driver chunk longer than the message buffer is refused too.
+    // A driver chunk longer than the message buffer is refused too, once a
+    // frame has started; before that it is garbage and skipped.
     uint8_t other[w::kBufferSize] = {};
     tovra::ReplyAssembler bad(other);
     Bytes chunk(w::kMessageDataSize + 1, 0);
+    EXPECT_EQ(bad.feed(chunk.data(), chunk.size()), Step::NeedMore);
     std::copy(header.begin(), header.end(), chunk.begin());
     EXPECT_EQ(bad.feed(chunk.data(), chunk.size()), Step::TooLong);
+}
+
+TEST_F(Assembler, ALengthCompletedByALaterChunkMustStillFit) {
+    // The start chunk holds only the length's low byte (expected 255); the
+    // next chunk's first byte becomes the high byte, 0x7F.
+    EXPECT_EQ(feed({0x5E, 0x01, 0x61, 0xFF}), Step::NeedMore);
+    EXPECT_EQ(feed(Bytes(300, 0x7F)), Step::TooLong);
+
+    // The same split with a length that fits completes normally.
+    uint8_t other[w::kBufferSize] = {};
+    tovra::ReplyAssembler a(other);
+    const Bytes first = {0x5E, 0x01, 0x61, 0x10};
+    const Bytes rest(300, 0x00);
+    EXPECT_EQ(a.feed(first.data(), first.size()), Step::NeedMore);
+    EXPECT_EQ(a.feed(rest.data(), rest.size()), Step::Complete);
 }
 
 TEST_F(Assembler, LargestFrameFitsAndTrailingBytesAreNotCopiedPastTheBuffer) {

@@ -249,4 +249,22 @@ TEST_F(OnFull, FullyPopulatedAdapterEnumeratesCompletelyAndReplaysWithoutTraffic
     EXPECT_EQ(sim::openDescriptors(), 0u);
 }
 
+TEST_F(OnFull, EverySlotPositionTheFirmwareCanReportIsPublished) {
+    // Firmware that reports 255 slots in every enclosure: the extra slots are
+    // empty, yet each is a slot, and the disks stay those present.
+    sim::loadScenario("full");
+    sim::withModel([](sim::Model &m) {
+        for (sim::Enclosure &e : m.enclosures) e.rawSlots = 255;
+    });
+    sim::useVirtualClock(true);
+    freshClock();
+    EXPECT_EQ(enumInstances("Tovra_DiskDriveSlot").objects.size(), 12u * 255u);
+    EXPECT_EQ(enumNames("Tovra_DiskDriveSlot").objects.size(), 12u * 255u);
+    EXPECT_EQ(enumInstances("Tovra_DiskDrive").objects.size(), 316u);
+    // A complete walk fills the cache: a second enumeration reads nothing.
+    sim::resetCounters();
+    EXPECT_EQ(enumInstances("Tovra_DiskDriveSlot").objects.size(), 12u * 255u);
+    EXPECT_EQ(sim::exchanges(), 0u);
+}
+
 }  // namespace

@@ -39,8 +39,12 @@ private:
 
 // 5E 01 61, L = 1 + params, command, params, checksum.
 inline Bytes frame(uint8_t command, const Bytes &params = {}) {
-    Bytes f = {w::kStart0, w::kStart1, w::kStart2, 0, 0, command};
-    f.insert(f.end(), params.begin(), params.end());
+    Bytes f(6 + params.size(), 0);
+    f[0] = w::kStart0;
+    f[1] = w::kStart1;
+    f[2] = w::kStart2;
+    f[5] = command;
+    std::copy(params.begin(), params.end(), f.begin() + 6);
     w::putLE16(f.data() + 3, static_cast<uint16_t>(1 + params.size()));
     f.push_back(w::frameChecksum(f.data(), static_cast<uint16_t>(1 + params.size())));
     return f;

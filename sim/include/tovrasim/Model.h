@@ -108,6 +108,7 @@ struct Enclosure {
     std::optional<uint8_t> number;  // EncNumber; the position when unset
     std::vector<Sensor> sensors;
     std::vector<std::optional<Disk>> slots;  // one entry per drive slot
+    std::optional<uint8_t> rawSlots;         // slot count reported instead of slots.size()
 };
 
 struct Member {

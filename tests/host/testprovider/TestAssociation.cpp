@@ -157,22 +157,6 @@ CMPIStatus getInstance(CMPIInstanceMI *, const CMPIContext *, const CMPIResult *
     return status(CMPI_RC_OK);
 }
 
-CMPIStatus noCreate(CMPIInstanceMI *, const CMPIContext *, const CMPIResult *, const CMPIObjectPath *,
-                    const CMPIInstance *) {
-    return unsupported();
-}
-CMPIStatus noModify(CMPIInstanceMI *, const CMPIContext *, const CMPIResult *, const CMPIObjectPath *,
-                    const CMPIInstance *, const char **) {
-    return unsupported();
-}
-CMPIStatus noDelete(CMPIInstanceMI *, const CMPIContext *, const CMPIResult *, const CMPIObjectPath *) {
-    return unsupported();
-}
-CMPIStatus noQuery(CMPIInstanceMI *, const CMPIContext *, const CMPIResult *, const CMPIObjectPath *, const char *,
-                   const char *) {
-    return unsupported();
-}
-
 CMPIInstanceMIFT instanceFT = {CMPICurrentVersion, CMPICurrentVersion, "instanceTestWidgetGadgetProvider",
                                instanceCleanup,    enumNames,          enumInstances,
                                getInstance,        noCreate,           noModify,

@@ -96,22 +96,6 @@ CMPIStatus widgetGet(CMPIInstanceMI *, const CMPIContext *ctx, const CMPIResult 
     return status(CMPI_RC_ERR_NOT_FOUND);
 }
 
-CMPIStatus noCreate(CMPIInstanceMI *, const CMPIContext *, const CMPIResult *, const CMPIObjectPath *,
-                    const CMPIInstance *) {
-    return unsupported();
-}
-CMPIStatus noModify(CMPIInstanceMI *, const CMPIContext *, const CMPIResult *, const CMPIObjectPath *,
-                    const CMPIInstance *, const char **) {
-    return unsupported();
-}
-CMPIStatus noDelete(CMPIInstanceMI *, const CMPIContext *, const CMPIResult *, const CMPIObjectPath *) {
-    return unsupported();
-}
-CMPIStatus noQuery(CMPIInstanceMI *, const CMPIContext *, const CMPIResult *, const CMPIObjectPath *, const char *,
-                   const char *) {
-    return unsupported();
-}
-
 CMPIInstanceMIFT widgetFT = {CMPICurrentVersion, CMPICurrentVersion, "instanceTestWidgetProvider",
                              widgetCleanup,      widgetNames,        widgetInstances,
                              widgetGet,          noCreate,           noModify,

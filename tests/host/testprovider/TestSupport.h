@@ -58,6 +58,23 @@ CMPIObjectPath *gadgetPath(const std::string &ns, const Gadget &g);
 const Gadget *findGadget(const char *name);
 
 CMPIStatus unsupported();
+
+// The instance operations the test classes do not offer.
+inline CMPIStatus noCreate(CMPIInstanceMI *, const CMPIContext *, const CMPIResult *, const CMPIObjectPath *,
+                           const CMPIInstance *) {
+    return unsupported();
+}
+inline CMPIStatus noModify(CMPIInstanceMI *, const CMPIContext *, const CMPIResult *, const CMPIObjectPath *,
+                           const CMPIInstance *, const char **) {
+    return unsupported();
+}
+inline CMPIStatus noDelete(CMPIInstanceMI *, const CMPIContext *, const CMPIResult *, const CMPIObjectPath *) {
+    return unsupported();
+}
+inline CMPIStatus noQuery(CMPIInstanceMI *, const CMPIContext *, const CMPIResult *, const CMPIObjectPath *,
+                          const char *, const char *) {
+    return unsupported();
+}
 CMPIStatus keepLoaded(CMPIBoolean terminating);
 
 }  // namespace testprovider
