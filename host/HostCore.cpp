@@ -184,8 +184,11 @@ void *HostCore::usableMi(Binding &binding, MiKind kind, Reply &failure) {
 
 void HostCore::checkTypes(const std::vector<InstanceV> &instances) {
     for (const InstanceV &inst : instances) {
+        const Schema::PropertyTypes *types = schema_.propertyTypes(inst.path.className);
+        if (types == nullptr) continue;
         for (const auto &[name, value] : inst.properties) {
-            CMPIType declared = schema_.propertyType(inst.path.className, name);
+            const auto found = types->find(name);
+            const CMPIType declared = found == types->end() ? CMPIType(CMPI_null) : found->second;
             CMPIType actual = value.type() == (CMPI_chars | CMPI_ARRAY) ? CMPIType(CMPI_stringA) : value.type();
             if (declared == CMPI_null || value.isNull() || actual == declared) continue;
             std::string what = inst.path.className + "." + name + " is declared " + typeName(declared) +

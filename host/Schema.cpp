@@ -58,6 +58,8 @@ Schema::Schema(const std::vector<std::string> &mofPaths) {
     for (const std::string &name : repo_.classNames()) {
         namespaces_.insert(lowerCase(repo_.find(name)->nameSpace));
         rt::registerClassKeys(name, repo_.keyNames(name));
+        PropertyTypes &types = types_[name];
+        for (const PropertyDecl *p : repo_.allProperties(name)) types[p->name] = cmpiTypeOf(p->type, p->isArray);
     }
 }
 
@@ -66,8 +68,15 @@ bool Schema::isA(std::string_view cls, std::string_view ancestor) const {
 }
 
 CMPIType Schema::propertyType(std::string_view cls, std::string_view prop) const {
-    const PropertyDecl *p = repo_.findProperty(cls, prop);
-    return p == nullptr ? CMPIType(CMPI_null) : cmpiTypeOf(p->type, p->isArray);
+    const PropertyTypes *types = propertyTypes(cls);
+    if (types == nullptr) return CMPI_null;
+    const auto p = types->find(prop);
+    return p == types->end() ? CMPIType(CMPI_null) : p->second;
+}
+
+const Schema::PropertyTypes *Schema::propertyTypes(std::string_view cls) const {
+    const auto c = types_.find(cls);
+    return c == types_.end() ? nullptr : &c->second;
 }
 
 std::vector<const PropertyDecl *> Schema::references(std::string_view cls) const {

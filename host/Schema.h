@@ -8,6 +8,7 @@
 
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace cimhost {
@@ -26,8 +27,11 @@ public:
     bool isA(std::string_view cls, std::string_view ancestor) const;
     // Namespaces that hold at least one class (lower case).
     const std::set<std::string> &namespaces() const { return namespaces_; }
+    using PropertyTypes = std::unordered_map<std::string, CMPIType, NoCaseHash, NoCaseEqual>;
     // The declared type of a property, or CMPI_null when it is not declared.
     CMPIType propertyType(std::string_view cls, std::string_view prop) const;
+    // Every declared property type of a class, or nullptr for an unknown class.
+    const PropertyTypes *propertyTypes(std::string_view cls) const;
     // Reference properties of an association class (inherited ones included).
     std::vector<const PropertyDecl *> references(std::string_view cls) const;
     const MethodDecl *method(std::string_view cls, std::string_view name) const {
@@ -42,6 +46,9 @@ public:
 private:
     ClassRepository repo_;
     std::set<std::string> namespaces_;
+    // Declared property types of every class, inherited ones included: asked
+    // for each property of every instance a provider returns.
+    std::unordered_map<std::string, PropertyTypes, NoCaseHash, NoCaseEqual> types_;
 };
 
 }  // namespace cimhost

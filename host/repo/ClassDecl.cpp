@@ -22,8 +22,6 @@ constexpr std::array<std::pair<CimType, const char *>, 14> kTypeNames{{
     {CimType::Real64, "real64"},   {CimType::DateTime, "datetime"},
 }};
 
-char lowerChar(char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); }
-
 }  // namespace
 
 SourceError::SourceError(const std::string &file, int line, const std::string &message)

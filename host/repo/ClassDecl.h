@@ -82,9 +82,26 @@ public:
 const char *cimTypeName(CimType);                                  // "uint32", "string", "ref", ...
 std::optional<CimType> cimTypeFromName(std::string_view keyword);  // case-insensitive; no "ref"
 
-// Case-insensitive comparison and folding, as CIM names compare.
+// Case-insensitive comparison and folding, as CIM names compare. Names are
+// ASCII; other bytes compare as they are.
+constexpr char lowerChar(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 bool iequals(std::string_view a, std::string_view b);
 std::string lowerCase(std::string_view s);
+
+// Hash and equality for unordered containers keyed by CIM names; both are
+// transparent, so a string_view looks up without building a string.
+struct NoCaseHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view s) const noexcept {
+        std::size_t h = 14695981039346656037ull;
+        for (char c : s) h = (h ^ static_cast<unsigned char>(lowerChar(c))) * 1099511628211ull;
+        return h;
+    }
+};
+struct NoCaseEqual {
+    using is_transparent = void;
+    bool operator()(std::string_view a, std::string_view b) const noexcept { return iequals(a, b); }
+};
 
 // The value of qualifier `name` (case-insensitive), or nullptr.
 const Qualifier *findQualifier(const std::vector<Qualifier> &qualifiers, std::string_view name);
