@@ -23,7 +23,6 @@ public:
     // The keys of a device of the adapter: its class, its id, and the
     // controller system that scopes it.
     void deviceKeys(const char *className, const char *deviceId, const char *systemName);
-    CMPIObjectPath *path() const { return op_; }
 
 private:
     CMPIObjectPath *op_;

@@ -30,17 +30,25 @@ template <class M> struct MethodOps {
     }
 
 private:
+    // The refusal names the module, unless its traits name another in kDeniedBy.
+    static std::string deniedBy() {
+        if constexpr (requires { M::kDeniedBy; })
+            return M::kDeniedBy;
+        else
+            return M::kPrefix;
+    }
+
     static CMPIStatus run(const CMPIContext *ctx, const CMPIResult *rslt, const CMPIObjectPath *ref,
                           const char *method, const CMPIArgs *in, CMPIArgs *out) {
         const CMPIBroker *broker = S::_TovraBroker;
         if (ValidatePrivilege(ctx, broker).rc != CMPI_RC_OK) {
             CMReturnDone(rslt);
-            CMPIStatus denied{CMPI_RC_ERR_FAILED, CMNewString(broker, M::kDeniedMessage, nullptr)};
+            const std::string message = deniedBy() + "InvokeMethod: Caller does not have rw privileges to invoke methods.";
+            CMPIStatus denied{CMPI_RC_ERR_FAILED, CMNewString(broker, message.c_str(), nullptr)};
             return denied;
         }
         S::SetInstTime.store(0);
         if (method != nullptr && std::strcmp(method, "TimeCalibration") == 0) {
-            S::SetInstTime.store(0);
             CMReturnData(rslt, "OK", CMPI_chars);
             CMReturnDone(rslt);
             return okStatus();

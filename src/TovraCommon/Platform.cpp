@@ -46,13 +46,6 @@ void vlog(int priority, const char *fmt, va_list args) {
 
 }  // namespace
 
-void logAt(int priority, const char *fmt, ...) {
-    va_list args;
-    va_start(args, fmt);
-    vlog(priority, fmt, args);
-    va_end(args);
-}
-
 void logAlert(const char *fmt, ...) {
     va_list args;
     va_start(args, fmt);

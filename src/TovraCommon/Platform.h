@@ -12,10 +12,8 @@ int platformClose(int fd);
 int platformIoctl(int fd, unsigned long request, void *arg);
 time_t platformTime();
 
-// printf-style; formats the text and hands it to syslog as "%s" at the given
-// priority, with no facility.
-void logAt(int priority, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
-// Priority 1 (alert): every log line of the system unless a caller says otherwise.
+// printf-style; formats the text and hands it to syslog as "%s" at priority 1
+// (alert), with no facility: every log line of the system.
 void logAlert(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 
 // The adapter's driver device, opened read-write; closed when this goes away.

@@ -27,8 +27,6 @@ struct RAIDComputerSystem {
     static inline const char *kKeys[] = {"CreationClassName", "Name", nullptr};
     static constexpr CMPICount kCapacity = 1;
     static constexpr bool kReadsController = true;
-    static constexpr const char *kDeniedMessage =
-        "TovraRAIDComputerSystemProviderInvokeMethod: Caller does not have rw privileges to invoke methods.";
     using Ops = tovra::CachedInstanceOps<RAIDComputerSystem>;
 
     template <class Emit> static tovra::WalkResult walk(tovra::WalkContext &w, Emit &&emit) {

@@ -91,8 +91,7 @@ struct DiskDrive {
     static constexpr CMPICount kCapacity = tovra::kMaxSlotPositions;
     static constexpr bool kReadsController = true;
     // The disk provider's refusal names the slot provider; the wording is kept.
-    static constexpr const char *kDeniedMessage =
-        "TovraDiskDriveSlotProviderInvokeMethod: Caller does not have rw privileges to invoke methods.";
+    static constexpr const char *kDeniedBy = "TovraDiskDriveSlotProvider";
     struct Ops;
 
     template <class Emit> static tovra::WalkResult walk(tovra::WalkContext &w, Emit &&emit) {

@@ -15,8 +15,6 @@ struct StoragePool {
     static inline const char *kKeys[] = {"InstanceID", nullptr};
     static constexpr CMPICount kCapacity = 8;
     static constexpr bool kReadsController = false;
-    static constexpr const char *kDeniedMessage =
-        "TovraStoragePoolProviderInvokeMethod: Caller does not have rw privileges to invoke methods.";
     using Ops = tovra::CachedInstanceOps<StoragePool>;
 
     template <class Emit> static tovra::WalkResult walk(tovra::WalkContext &w, Emit &&emit) {

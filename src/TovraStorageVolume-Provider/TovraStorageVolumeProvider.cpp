@@ -19,8 +19,6 @@ struct StorageVolume {
                                             nullptr};
     static constexpr CMPICount kCapacity = 32;
     static constexpr bool kReadsController = true;
-    static constexpr const char *kDeniedMessage =
-        "TovraStorageVolumeProviderInvokeMethod: Caller does not have rw privileges to invoke methods.";
     struct Ops;
 
     // One record serves the whole walk and is not cleared between numbers:
