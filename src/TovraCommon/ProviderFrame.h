@@ -91,6 +91,37 @@ template <class M> struct CommonOps {
         logAlert("%s: CMClassPathIsNotA_SuperClassName\n", opName(M::kPrefix, op).c_str());
         return false;
     }
+
+    // The end of every read operation: done, the failure line, the bare status.
+    static CMPIStatus finish(const CMPIResult *rslt, const char *op, const CMPIStatus &st) {
+        CMReturnDone(rslt);
+        if (st.rc != CMPI_RC_OK) logAlert("%s: Not Return CMPI_RC_OK(0x%x)\n", opName(M::kPrefix, op).c_str(), st.rc);
+        return makeStatus(st.rc);
+    }
+    // GetInstance's end also names what was looked for.
+    static CMPIStatus finish(const CMPIResult *rslt, const char *op, const CMPIStatus &st, const std::string &wanted) {
+        CMReturnDone(rslt);
+        if (st.rc != CMPI_RC_OK)
+            logAlert("%s: Not Return CMPI_RC_OK(0x%x, %s)\n", opName(M::kPrefix, op).c_str(), st.rc, wanted.c_str());
+        return makeStatus(st.rc);
+    }
+
+    // An enumeration over the open device: class test, then body(fd, st) unless
+    // the device cannot be opened, which answers 100.
+    template <class Body>
+    static CMPIStatus onDevice(const CMPIResult *rslt, const CMPIObjectPath *ref, const char *op, Body &&body) {
+        CMPIStatus st = okStatus();
+        if (classMatches(ref, op)) {
+            DeviceFd device;
+            if (!device.valid()) {
+                logAlert("%s: CMPI_RC_ERR_FAILED(Fail to Open File)\n", opName(M::kPrefix, op).c_str());
+                st = makeStatus(CMPI_RC_ERROR_SYSTEM);
+            } else {
+                body(device.get(), st);
+            }
+        }
+        return finish(rslt, op, st);
+    }
 };
 
 // The cached read operations. The object-path cache and the instance cache
@@ -141,25 +172,14 @@ CMPIStatus CachedInstanceOps<M>::readOperation(const CMPIContext *, const CMPIRe
     const char *op = paths ? "EnumInstanceNames" : "EnumInstances";
     std::mutex &mutex = paths ? S::Mutex4ObjArray : S::Mutex4InsArray;
     std::lock_guard lock(mutex);
-    CMPIStatus st = okStatus();
-    if (Base::classMatches(ref, op)) {
-        DeviceFd device;
-        if (!device.valid()) {
-            logAlert("%s: CMPI_RC_ERR_FAILED(Fail to Open File)\n", opName(M::kPrefix, op).c_str());
-            st = makeStatus(CMPI_RC_ERROR_SYSTEM);
-        } else {
-            const time_t now = platformTime();
-            auto &setTime = paths ? S::SetObjTime : S::SetInstTime;
-            (paths ? S::ChkObjTime : S::ChkInstTime).store(now);
-            if (cacheIsStale(now, setTime.load()))
-                rebuild<K>(rslt, ref, properties, device.get(), st, op);
-            else
-                replay<K>(rslt, st, op);
-        }
-    }
-    CMReturnDone(rslt);
-    if (st.rc != CMPI_RC_OK) logAlert("%s: Not Return CMPI_RC_OK(0x%x)\n", opName(M::kPrefix, op).c_str(), st.rc);
-    return makeStatus(st.rc);
+    return Base::onDevice(rslt, ref, op, [&](int fd, CMPIStatus &st) {
+        const time_t now = platformTime();
+        (paths ? S::ChkObjTime : S::ChkInstTime).store(now);
+        if (cacheIsStale(now, (paths ? S::SetObjTime : S::SetInstTime).load()))
+            rebuild<K>(rslt, ref, properties, fd, st, op);
+        else
+            replay<K>(rslt, st, op);
+    });
 }
 
 template <class M>
@@ -301,14 +321,10 @@ CMPIStatus CachedInstanceOps<M>::getInstance(const CMPIContext *ctx, const CMPIR
     std::string wanted;
     if (Base::classMatches(ref, op)) {
         CMPIData key = CMGetKey(ref, M::kGetKey, &st);
-        const char *text = nullptr;
         // A key that is present but null or not a string ends the request with
         // the status the key read left: success, and no instance.
-        if (st.rc == CMPI_RC_OK && !(key.state & CMPI_nullValue) && key.type == CMPI_string &&
-            key.value.string != nullptr) {
-            text = CMGetCharsPtr(key.value.string, &st);
-        }
-        if (text == nullptr || st.rc != CMPI_RC_OK) {
+        const char *text = st.rc == CMPI_RC_OK ? stringOf(key) : nullptr;
+        if (text == nullptr) {
             logAlert("%s: CMPI_RC_ERR_FAILED\n", opName(M::kPrefix, op).c_str());
         } else {
             wanted = text;
@@ -322,10 +338,7 @@ CMPIStatus CachedInstanceOps<M>::getInstance(const CMPIContext *ctx, const CMPIR
             }
         }
     }
-    CMReturnDone(rslt);
-    if (st.rc != CMPI_RC_OK)
-        logAlert("%s: Not Return CMPI_RC_OK(0x%x, %s)\n", opName(M::kPrefix, op).c_str(), st.rc, wanted.c_str());
-    return makeStatus(st.rc);
+    return Base::finish(rslt, op, st, wanted);
 }
 
 }  // namespace tovra

@@ -92,7 +92,7 @@ void setProperties(tovra::PropertyWriter &p, const Level &level) {
 
 CMPIObjectPath *settingPath(const std::string &ns, const Level &level) {
     CMPIObjectPath *op = CMNewObjectPath(S::_TovraBroker, ns.c_str(), DefaultStorageSetting::kClass, nullptr);
-    if (op != nullptr) CMAddKey(op, "InstanceID", level.name, CMPI_chars);
+    if (op != nullptr) tovra::KeyWriter(op).str("InstanceID", level.name);
     return op;
 }
 
@@ -149,21 +149,12 @@ struct DefaultStorageSetting::Ops : tovra::CommonOps<DefaultStorageSetting> {
 private:
     static CMPIStatus enumerate(const CMPIResult *rslt, const CMPIObjectPath *ref, const char **properties,
                                 bool pathsOnly, const char *op) {
-        CMPIStatus st = okStatus();
-        if (classMatches(ref, op)) {
-            tovra::DeviceFd device;
-            if (!device.valid()) {
-                tovra::logAlert("%s: CMPI_RC_ERR_FAILED(Fail to Open File)\n", tovra::opName(kPrefix, op).c_str());
-                st = makeStatus(CMPI_RC_ERROR_SYSTEM);
-            } else {
-                const std::string ns = tovra::nameSpaceOf(ref);
-                for (const Level &level : kLevels) returnLevel(rslt, ns, level, pathsOnly, properties);
-            }
-        }
-        CMReturnDone(rslt);
-        if (st.rc != CMPI_RC_OK)
-            tovra::logAlert("%s: Not Return CMPI_RC_OK(0x%x)\n", tovra::opName(kPrefix, op).c_str(), st.rc);
-        return makeStatus(st.rc);
+        // The levels are constants; the device is still opened, so a missing
+        // adapter answers as in every module.
+        return onDevice(rslt, ref, op, [&](int, CMPIStatus &) {
+            const std::string ns = tovra::nameSpaceOf(ref);
+            for (const Level &level : kLevels) returnLevel(rslt, ns, level, pathsOnly, properties);
+        });
     }
 };
 

@@ -175,9 +175,8 @@ struct DiskDrive::Ops : tovra::CachedInstanceOps<DiskDrive> {
                 });
             }
         }
-        CMReturnDone(rslt);
-        if (st.rc != CMPI_RC_OK) tovra::logAlert("%s: Not Return CMPI_RC_OK(0x%x, %s)\n", name.c_str(), st.rc, "");
-        return st;
+        finish(rslt, op, st, "");
+        return st;  // with the position's message, if any
     }
 
 private:

@@ -28,7 +28,7 @@ using S = tovra::ModuleState<RegisteredProfile>;
 CMPIObjectPath *profilePath(const CMPIObjectPath *ref) {
     CMPIObjectPath *op =
         CMNewObjectPath(S::_TovraBroker, tovra::nameSpaceOf(ref).c_str(), RegisteredProfile::kClass, nullptr);
-    if (op != nullptr) CMAddKey(op, "InstanceID", kInstanceID, CMPI_chars);
+    if (op != nullptr) tovra::KeyWriter(op).str("InstanceID", kInstanceID);
     return op;
 }
 
@@ -61,35 +61,32 @@ struct RegisteredProfile::Ops : tovra::CommonOps<RegisteredProfile> {
     // enumeration alone.
     static CMPIStatus getInstance(const CMPIContext *, const CMPIResult *rslt, const CMPIObjectPath *ref,
                                   const char **properties) {
-        const std::string name = opName(kPrefix, "GetInstance");
+        const char *op = "GetInstance";
         CMPIStatus st = okStatus();
-        if (!CMClassPathIsA(S::_TovraBroker, ref, kSuperClass, nullptr)) {
-            tovra::logAlert("%s: CMClassPathIsNotA_SuperClassName\n", name.c_str());
+        if (!classMatches(ref, op)) {
             st = makeStatus(CMPI_RC_ERR_FAILED);
         } else {
             CMPIStatus keySt = okStatus();
             const char *id = tovra::stringOf(CMGetKey(ref, "InstanceID", &keySt));
             if (keySt.rc != CMPI_RC_OK || id == nullptr) {
-                tovra::logAlert("%s: CMPI_RC_ERR_FAILED\n", name.c_str());
+                tovra::logAlert("%s: CMPI_RC_ERR_FAILED\n", opName(kPrefix, op).c_str());
                 st = makeStatus(CMPI_RC_ERR_FAILED);
             } else if (std::strcmp(id, kInstanceID) != 0) {
                 st = makeStatus(CMPI_RC_ERR_NOT_FOUND);
             } else {
-                CMPIObjectPath *op = CMNewObjectPath(S::_TovraBroker, "", kClass, &st);
-                if (op != nullptr) {
-                    CMSetNameSpaceFromObjectPath(op, ref);
-                    CMPIInstance *inst = CMNewInstance(S::_TovraBroker, op, &st);
+                CMPIObjectPath *path = CMNewObjectPath(S::_TovraBroker, "", kClass, &st);
+                if (path != nullptr) {
+                    CMSetNameSpaceFromObjectPath(path, ref);
+                    CMPIInstance *inst = CMNewInstance(S::_TovraBroker, path, &st);
                     if (inst != nullptr) {
                         CMSetPropertyFilter(inst, properties, kKeys);
-                        CMSetProperty(inst, "InstanceID", kInstanceID, CMPI_chars);
+                        tovra::PropertyWriter(S::_TovraBroker, inst).str("InstanceID", kInstanceID);
                         CMReturnInstance(rslt, inst);
                     }
                 }
             }
         }
-        CMReturnDone(rslt);
-        if (st.rc != CMPI_RC_OK) tovra::logAlert("%s: Not Return CMPI_RC_OK(0x%x)\n", name.c_str(), st.rc);
-        return makeStatus(st.rc);
+        return finish(rslt, op, st);
     }
 };
 

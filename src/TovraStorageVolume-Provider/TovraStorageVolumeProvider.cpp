@@ -128,10 +128,7 @@ struct StorageVolume::Ops : tovra::CachedInstanceOps<StorageVolume> {
                 return number && *number == wantedNumber ? tovra::Visit::Found : tovra::Visit::NoMatch;
             });
         }
-        CMReturnDone(rslt);
-        if (st.rc != CMPI_RC_OK)
-            tovra::logAlert("%s: Not Return CMPI_RC_OK(0x%x, %s)\n", name.c_str(), st.rc, wantedName.c_str());
-        return makeStatus(st.rc);
+        return finish(rslt, op, st, wantedName);
     }
 };
 
