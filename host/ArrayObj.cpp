@@ -81,9 +81,8 @@ CMPIStatus arraySet(CMPIArray *ar, CMPICount index, const CMPIValue *value, CMPI
             slot = Value::null(obj->elementType());
             return rc;
         }
-        bool text = type == CMPI_string || type == CMPI_chars;
-        bool textArray = obj->elementType() == CMPI_string || obj->elementType() == CMPI_chars;
-        bool fits = type == obj->elementType() || (text && textArray && obj->flavor().charsArraysAsStrings);
+        bool fits = type == obj->elementType() ||
+                    (isTextType(type) && isTextType(obj->elementType()) && obj->flavor().charsArraysAsStrings);
         if (!fits) return status(CMPI_RC_ERR_TYPE_MISMATCH);
         Value v;
         CMPIrc read = readValue(value, type, v);

@@ -88,9 +88,8 @@ CMPIrc readArray(const CMPIArray *handle, CMPIType declared, Value &out) {
     CMPIStatus rc = status(CMPI_RC_OK);
     auto *arr = Runtime::resolve<ArrayObj>(handle, &rc);
     if (arr == nullptr) return rc.rc;
-    auto isText = [](CMPIType t) { return t == CMPI_string || t == CMPI_chars; };
     // The array's own element type counts; a chars array may be attached as a string array.
-    if (arr->elementType() != element && !(isText(arr->elementType()) && isText(element)))
+    if (arr->elementType() != element && !(isTextType(arr->elementType()) && isTextType(element)))
         return CMPI_RC_ERR_TYPE_MISMATCH;
     out = arr->toValue();
     return CMPI_RC_OK;
@@ -201,11 +200,9 @@ CMPIData toData(const Value &value, const Flavor &flavor, bool isKey) {
             return d;
         default: break;
     }
-    bool integer = (value.type() & (CMPI_UINT | CMPI_SINT)) != 0 && !(value.type() & ~0xF0);
-    if (isKey && integer && flavor.widenIntegerKeys) {
-        bool isSigned = (value.type() & (CMPI_UINT | CMPI_SINT)) == CMPI_SINT;
+    if (isKey && isIntegerType(value.type()) && flavor.widenIntegerKeys) {
         d.type = CMPI_sint64;
-        d.value.sint64 = isSigned ? value.asSigned() : static_cast<CMPISint64>(value.asUnsigned());
+        d.value.sint64 = isSignedType(value.type()) ? value.asSigned() : static_cast<CMPISint64>(value.asUnsigned());
         return d;
     }
     putScalar(d.value, value);
@@ -219,10 +216,9 @@ CMPIData missingData() {
     return d;
 }
 
-Value clientValue(const Value &value) {
-    if (!value.isArray() || value.elementType() != CMPI_chars) return value;
-    if (value.isNull()) return Value::null(CMPI_stringA);
-    return Value::array(CMPI_string, value.asArray());
+void toClientForm(Value &value) {
+    if (!value.isArray() || value.elementType() != CMPI_chars) return;
+    value = value.isNull() ? Value::null(CMPI_stringA) : Value::array(CMPI_string, value.asArray());
 }
 
 }  // namespace cimhost::rt

@@ -110,8 +110,7 @@ CMPIStatus returnObjectPath(const CMPIResult *rslt, const CMPIObjectPath *ref) {
 CMPIStatus returnDone(const CMPIResult *rslt) {
     return guardedStatus([&]() -> CMPIStatus {
         CMPIStatus rc = status(CMPI_RC_OK);
-        auto *obj = Runtime::resolve<ResultObj>(rslt, &rc);
-        if (obj != nullptr) obj->sink().done = true;
+        Runtime::resolve<ResultObj>(rslt, &rc);  // only the handle is checked
         return rc;
     });
 }

@@ -23,7 +23,7 @@ CMPIrc typeKeys(const Schema &schema, ObjectPathV &path, std::string &message) {
 }
 
 void normalize(NamedValues &values) {
-    for (auto &[name, value] : values) value = rt::clientValue(value);
+    for (auto &[name, value] : values) rt::toClientForm(value);
 }
 
 // What clients get: chars arrays read as string arrays.
@@ -34,7 +34,7 @@ void normalize(Reply &r) {
         normalize(i.properties);
     }
     normalize(r.outArgs);
-    if (r.returnValue) *r.returnValue = rt::clientValue(*r.returnValue);
+    if (r.returnValue) rt::toClientForm(*r.returnValue);
 }
 
 }  // namespace
@@ -138,7 +138,6 @@ ObjectPathV Host::path(const std::string &ns, const std::string &cls, const Name
 }
 
 std::vector<RegisteredClass> Host::registeredClasses() const { return core_->registeredClasses(); }
-const ClassRepository &Host::classes() const { return core_->schema().repository(); }
 void Host::setPermission(const std::string &user, unsigned level) { core_->setPermission(user, level); }
 
 void Host::setPrincipal(const std::string &user, HostOptions::PrincipalEntry entry) {

@@ -42,7 +42,6 @@
 namespace cimhost {
 
 class HostCore;
-class ClassRepository;
 struct CallContext;
 
 class Host {
@@ -72,7 +71,6 @@ public:
     ObjectPathV path(const std::string &ns, const std::string &cls, const NamedValues &keys = {}) const;
 
     std::vector<RegisteredClass> registeredClasses() const;
-    const ClassRepository &classes() const;
     // The level the authorization service answers for a user (default 0; 5 is read-write).
     void setPermission(const std::string &user, unsigned level);
     // The principal of later requests.

@@ -62,7 +62,6 @@ public:
     const CMPIBroker *broker() const { return &broker_.broker; }
     const rt::Flavor &flavor() const { return flavor_; }
     const Schema &schema() const { return schema_; }
-    const HostOptions &options() const { return options_; }
 
     Reply enumerateInstanceNames(const CallContext &cc, const ObjectPathV &op);
     Reply enumerateInstances(const CallContext &cc, const ObjectPathV &op, const PropertyList *props);

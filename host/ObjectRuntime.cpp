@@ -80,11 +80,6 @@ Scope::~Scope() {
     }
 }
 
-size_t Scope::size() const {
-    std::lock_guard lock(mutex_);
-    return objects_.size();
-}
-
 Scope *Scope::current() { return tlsScope; }
 
 Scope &Scope::stray() {

@@ -64,7 +64,6 @@ public:
 
     Kind kind() const { return kind_; }
     const Flavor &flavor() const { return flavor_; }
-    Lifetime lifetime() const { return lifetime_; }
     // The pointer a provider sees (CMPIInstance*, CMPIString*, ...).
     template <class C> C *as() const { return reinterpret_cast<C *>(header_); }
 
@@ -91,7 +90,6 @@ public:
     Scope &operator=(const Scope &) = delete;
     ~Scope();  // releases what is left
 
-    size_t size() const;
     static Scope *current();
     // Objects made on a thread with no request land here and live on.
     static Scope &stray();

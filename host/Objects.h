@@ -130,7 +130,6 @@ struct ResultSink {
     std::vector<InstanceV> instances;
     std::vector<ObjectPathV> paths;
     std::optional<Value> data;
-    bool done = false;
 };
 
 class ResultObj : public Object {
@@ -162,7 +161,7 @@ CMPIData missingData();
 CMPIString *borrowedString(const Flavor &flavor, const std::string &text);
 // A new tracked string (a result the provider owns until the request ends).
 CMPIString *trackedString(const Flavor &flavor, const std::string &text);
-// chars arrays become string arrays, for what goes back to clients.
-Value clientValue(const Value &value);
+// A chars array becomes a string array, as clients see it (in place).
+void toClientForm(Value &value);
 
 }  // namespace cimhost::rt

@@ -64,17 +64,17 @@ public:
         return own(Runtime::make<rt::ArgsObj>(Lifetime::PassedIn, flavor_, std::move(values)));
     }
 
-    // What the provider answered, as a reply.
-    Reply finish(const CMPIStatus &st) const {
+    // What the provider answered, as a reply; the frame's results move into it.
+    Reply finish(const CMPIStatus &st) {
         Reply r;
         r.rc = st.rc;
         if (st.msg != nullptr) {
             if (auto *msg = Runtime::resolve<rt::StringObj>(st.msg, nullptr); msg != nullptr && !msg->isNull())
                 r.message = msg->text();
         }
-        r.paths = sink.paths;
-        r.instances = sink.instances;
-        r.returnValue = sink.data;
+        r.paths = std::move(sink.paths);
+        r.instances = std::move(sink.instances);
+        r.returnValue = std::move(sink.data);
         return r;
     }
 

@@ -22,7 +22,6 @@ public:
     // throws MofError on a bad or inconsistent class set.
     explicit Schema(const std::vector<std::string> &mofPaths);
 
-    const ClassRepository &repository() const { return repo_; }
     const ClassDecl *find(std::string_view cls) const { return repo_.find(cls); }
     bool isA(std::string_view cls, std::string_view ancestor) const;
     // Namespaces that hold at least one class (lower case).

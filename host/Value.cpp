@@ -12,11 +12,7 @@ namespace cimhost {
 
 namespace {
 
-bool isUnsignedType(CMPIType t) { return (t & (CMPI_UINT | CMPI_SINT)) == CMPI_UINT && !(t & ~0xF0); }
-bool isSignedType(CMPIType t) { return (t & (CMPI_UINT | CMPI_SINT)) == CMPI_SINT && !(t & ~0xF0); }
-bool isIntegerType(CMPIType t) { return isUnsignedType(t) || isSignedType(t); }
 bool isRealType(CMPIType t) { return t == CMPI_real32 || t == CMPI_real64; }
-bool isTextType(CMPIType t) { return t == CMPI_string || t == CMPI_chars; }
 
 int integerBits(CMPIType t) { return 8 << ((t >> 4) & 3); }
 
@@ -91,15 +87,6 @@ uint64_t digits(std::string_view s) {
     uint64_t v = 0;
     for (char c : s) v = v * 10 + static_cast<uint64_t>(c - '0');
     return v;
-}
-
-std::string quoted(const std::string &s) {
-    std::string out = "\"";
-    for (char c : s) {
-        if (c == '"' || c == '\\') out += '\\';
-        out += c;
-    }
-    return out + "\"";
 }
 
 std::string keyText(const Value &v) {

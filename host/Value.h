@@ -23,6 +23,12 @@ struct InstanceV;
 // CIM names compare without regard to case (iequals comes with the class records).
 inline std::string lower(std::string_view s) { return lowerCase(s); }
 
+// Kinds of CMPI type codes (scalars; an array flag makes every test false).
+inline bool isUnsignedType(CMPIType t) { return (t & (CMPI_UINT | CMPI_SINT)) == CMPI_UINT && !(t & ~0xF0); }
+inline bool isSignedType(CMPIType t) { return (t & (CMPI_UINT | CMPI_SINT)) == CMPI_SINT && !(t & ~0xF0); }
+inline bool isIntegerType(CMPIType t) { return isUnsignedType(t) || isSignedType(t); }
+inline bool isTextType(CMPIType t) { return t == CMPI_string || t == CMPI_chars; }
+
 // A CIM datetime: a point in time (microseconds since 1970-01-01 UTC, with
 // the UTC offset it was written with) or an interval (microseconds).
 struct DateTimeV {

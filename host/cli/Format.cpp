@@ -12,8 +12,7 @@ Json namedToJson(const NamedValues &values) {
     return out;
 }
 
-bool isSigned(CMPIType t) { return (t & (CMPI_UINT | CMPI_SINT)) == CMPI_SINT && !(t & ~0xF0); }
-bool isUnsigned(CMPIType t) { return ((t & (CMPI_UINT | CMPI_SINT)) == CMPI_UINT && !(t & ~0xF0)) || t == CMPI_char16; }
+bool isUnsigned(CMPIType t) { return isUnsignedType(t) || t == CMPI_char16; }
 
 std::string indentValue(const Value &v) {
     if (v.isNull()) return "NULL";
@@ -32,7 +31,7 @@ Json toJson(const Value &value) {
     }
     CMPIType t = value.type();
     if (t == CMPI_boolean) return value.asBool();
-    if (isSigned(t)) return value.asSigned();
+    if (isSignedType(t)) return value.asSigned();
     if (isUnsigned(t)) return value.asUnsigned();
     if (t == CMPI_real32 || t == CMPI_real64) return value.asReal();
     if (t == CMPI_ref) return toJson(value.asRef());

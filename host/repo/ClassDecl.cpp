@@ -25,7 +25,7 @@ constexpr std::array<std::pair<CimType, const char *>, 14> kTypeNames{{
 }  // namespace
 
 SourceError::SourceError(const std::string &file, int line, const std::string &message)
-    : std::runtime_error(sourceText(file, line, message)), file_(file), line_(line), message_(message) {}
+    : std::runtime_error(sourceText(file, line, message)), file_(file), line_(line) {}
 
 const char *cimTypeName(CimType type) {
     for (const auto &[t, name] : kTypeNames)
@@ -42,6 +42,15 @@ std::optional<CimType> cimTypeFromName(std::string_view keyword) {
 bool iequals(std::string_view a, std::string_view b) {
     return a.size() == b.size() &&
            std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return lowerChar(x) == lowerChar(y); });
+}
+
+std::string quoted(std::string_view s) {
+    std::string out = "\"";
+    for (char c : s) {
+        if (c == '"' || c == '\\') out += '\\';
+        out += c;
+    }
+    return out + '"';
 }
 
 std::string lowerCase(std::string_view s) {

@@ -66,12 +66,10 @@ public:
     SourceError(const std::string &file, int line, const std::string &message);
     const std::string &file() const { return file_; }
     int line() const { return line_; }
-    const std::string &message() const { return message_; }
 
 private:
     std::string file_;
     int line_;
-    std::string message_;
 };
 
 class MofError : public SourceError {
@@ -87,6 +85,8 @@ std::optional<CimType> cimTypeFromName(std::string_view keyword);  // case-insen
 constexpr char lowerChar(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 bool iequals(std::string_view a, std::string_view b);
 std::string lowerCase(std::string_view s);
+// A string in double quotes, with '"' and '\\' escaped.
+std::string quoted(std::string_view s);
 
 // Hash and equality for unordered containers keyed by CIM names; both are
 // transparent, so a string_view looks up without building a string.

@@ -12,15 +12,6 @@ using mof::Lexer;
 using mof::Token;
 using mof::TokenKind;
 
-std::string quoted(const std::string &s) {
-    std::string out = "\"";
-    for (char c : s) {
-        if (c == '"' || c == '\\') out += '\\';
-        out += c;
-    }
-    return out + '"';
-}
-
 bool isFalse(const Qualifier *q) { return q != nullptr && iequals(q->value, "false"); }
 bool isSet(const Qualifier *q) { return q != nullptr && !isFalse(q); }
 
