@@ -19,7 +19,7 @@ const Bytes kGarbage = {kStart0, kStart1, 0x00, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE};
 
 bool isDriverSend(const CMD_MESSAGE_FIELD *m, uint8_t command) {
     const uint8_t *b = m->messagedatabuffer;
-    return b[0] == kStart0 && b[1] == kStart1 && b[2] == kStart2 && b[5] == command;
+    return hasFrameStart(b) && b[5] == command;
 }
 
 }  // namespace

@@ -17,6 +17,7 @@
 #include "Clock.h"
 #include "Faults.h"
 #include "Frame.h"
+#include "Wire.h"
 #include "tovrasim/Model.h"
 #include "tovrasim/Simulator.h"
 
@@ -48,7 +49,8 @@ struct Config {
     unsigned chunk = 0;
 };
 
-inline constexpr unsigned kDefaultChunk = 1032;
+// A driver read returns at most its message buffer.
+inline constexpr unsigned kDefaultChunk = wire::kMessageDataSize;
 
 // A reply waiting on one descriptor: garbage segments, then the frame.
 struct PendingReply {

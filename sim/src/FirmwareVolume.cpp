@@ -42,10 +42,7 @@ char check(const Model &m, const Definition &d, unsigned raidSetNo, int volumeNo
     if (!knownLevel(d.level) || members < minMembers(d.level) || d.stripe > kMaxStripeCode || d.blocks == 0 ||
         d.id > kMaxId || d.lun > kMaxLun || scsiTargetInUse(m, d.id, d.lun, volumeNo))
         return result::BadParameter;
-    Volume probe;
-    probe.blocks = d.blocks;
-    probe.levelCode = d.level;
-    if (volumeBlocksPerMember(probe, members) > freePerMember(m, raidSetNo, volumeNo)) return result::NoSpace;
+    if (volumeBlocksPerMember(d.blocks, d.level, members) > freePerMember(m, raidSetNo, volumeNo)) return result::NoSpace;
     return result::Ok;
 }
 

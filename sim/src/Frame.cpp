@@ -10,11 +10,11 @@ namespace tovra::sim {
 using namespace tovra::wire;
 
 bool requestValid(const uint8_t *buf, std::size_t size) {
-    if (size < 7 || buf[0] != kStart0 || buf[1] != kStart1 || buf[2] != kStart2) return false;
+    if (size < 7 || !hasFrameStart(buf)) return false;
     const uint16_t len = getLE16(buf + 3);
     if (len == 0 || 5u + len >= size) return false;
     const uint8_t cmd = buf[5];
-    if ((cmd == 0x14 || cmd == 0x32) && len == 17) return sum8(buf, 3, 20) == buf[22];
+    if (isPasswordRequest(cmd, len)) return sum8(buf, 3, 20) == buf[22];
     return frameChecksum(buf, len) == buf[5 + len];
 }
 

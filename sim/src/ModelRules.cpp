@@ -67,9 +67,9 @@ unsigned volumesOn(const Model &m, unsigned no) {
     return n;
 }
 
-uint64_t volumeBlocksPerMember(const Volume &v, unsigned members) {
-    const uint64_t d = dataDisks(v.levelCode, members);
-    return (v.blocks + d - 1) / d;
+uint64_t volumeBlocksPerMember(uint64_t blocks, uint8_t levelCode, unsigned members) {
+    const uint64_t d = dataDisks(levelCode, members);
+    return (blocks + d - 1) / d;
 }
 
 uint64_t usedPerMember(const Model &m, unsigned no, int exceptVolume) {
@@ -78,7 +78,7 @@ uint64_t usedPerMember(const Model &m, unsigned no, int exceptVolume) {
     uint64_t used = 0;
     for (unsigned i = 0; i < kVolumeCount; ++i) {
         const auto &v = m.volumes[i];
-        if (v && v->raidSet == no && static_cast<int>(i) != exceptVolume) used += volumeBlocksPerMember(*v, n);
+        if (v && v->raidSet == no && static_cast<int>(i) != exceptVolume) used += volumeBlocksPerMember(v->blocks, v->levelCode, n);
     }
     return used;
 }

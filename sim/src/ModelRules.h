@@ -20,7 +20,8 @@ unsigned faultTolerance(uint8_t levelCode);
 
 uint64_t memberBlocks(const Model &m, const RaidSet &rs);
 unsigned volumesOn(const Model &m, unsigned raidSetNo);
-uint64_t volumeBlocksPerMember(const Volume &v, unsigned members);
+// Blocks each member gives a volume of `blocks` at a RAID level code.
+uint64_t volumeBlocksPerMember(uint64_t blocks, uint8_t levelCode, unsigned members);
 // Blocks per member taken by the volumes of a RAID set, optionally leaving one volume out.
 uint64_t usedPerMember(const Model &m, unsigned raidSetNo, int exceptVolume = -1);
 uint64_t freePerMember(const Model &m, unsigned raidSetNo, int exceptVolume = -1);

@@ -4,13 +4,14 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "JsonFields.h"
 #include "ScenarioIO.h"
 
 namespace tovra::sim {
 
 namespace {
 
-[[noreturn]] void fail(const std::string &what) { throw std::runtime_error(what); }
+using jsonfields::fail;
 
 std::string readFile(const std::string &path) {
     std::ifstream in(path, std::ios::binary);

@@ -25,15 +25,7 @@ void ExchangeBuffers::clearReplies() {
     std::memset(reply(), 0, sizeof(CMD_MESSAGE_FIELD));
 }
 
-namespace {
-
 constexpr uint8_t kDriverRequestMark = 0x24;
-
-bool isPasswordRequest(uint8_t command, uint16_t length) {
-    return (command == 0x14 || command == 0x32) && length == 17;
-}
-
-}  // namespace
 
 uint8_t frameRequest(CMD_MESSAGE_FIELD *m, uint8_t command, uint16_t length, std::span<const uint8_t> params) {
     uint8_t *b = m->messagedatabuffer;
@@ -66,14 +58,6 @@ bool sendRequest(int fd, CMD_MESSAGE_FIELD *m, unsigned long code) {
     return platformIoctl(fd, code, m) != -1;
 }
 
-namespace {
-
-bool startsFrame(const uint8_t *bytes, std::size_t length) {
-    static constexpr uint8_t start[3] = {kStart0, kStart1, kStart2};
-    return std::equal(bytes, bytes + std::min<std::size_t>(length, 3), start);
-}
-
-}  // namespace
 
 // Reassembly as the adapter's tools have always done it: a chunk whose first
 // three bytes are the frame start begins a frame and sets the expected length
@@ -86,7 +70,7 @@ ReplyAssembler::Step ReplyAssembler::feed(const uint8_t *chunk, std::size_t leng
     // chunk's length read as zero.
     uint8_t head[5] = {};
     std::memcpy(head, chunk, std::min(length, sizeof head));
-    if (startsFrame(head, 3)) {
+    if (hasFrameStart(head)) {
         expected_ = getLE16(head + 3);
         if (expected_ == 0) return Step::ZeroLength;
         if (6u + expected_ > kBufferSize) return Step::TooLong;

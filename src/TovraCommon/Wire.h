@@ -80,4 +80,15 @@ inline uint8_t frameChecksum(const uint8_t *frame, uint16_t payloadLength) {
     return sum8(frame, 3, 4u + payloadLength);
 }
 
+// Whether bytes begin with the three frame start bytes.
+inline bool hasFrameStart(const uint8_t *bytes) {
+    return bytes[0] == kStart0 && bytes[1] == kStart1 && bytes[2] == kStart2;
+}
+
+// The password requests (0x14, 0x32 with 17 parameter bytes) keep their
+// checksum at [22], the sum of bytes 3..20, instead of at 5+L.
+inline bool isPasswordRequest(uint8_t command, uint16_t length) {
+    return (command == 0x14 || command == 0x32) && length == 17;
+}
+
 }  // namespace tovra::wire
