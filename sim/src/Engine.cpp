@@ -138,16 +138,6 @@ void Engine::capture(int priority, std::string text) {
     log.push_back(LogEntry{priority, std::move(text)});
 }
 
-time_t Engine::virtualTime() {
-    Lock lock(mutex);
-    return clock.virtualSeconds();
-}
-
-void Engine::sleepVirtual(int64_t ns) {
-    Lock lock(mutex);
-    clock.advanceNs(ns);
-}
-
 uint32_t Engine::eventTime() const {
     return static_cast<uint32_t>(clock.isVirtual() ? clock.virtualSeconds() : realtimeNs() / 1000000000);
 }

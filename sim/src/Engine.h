@@ -72,8 +72,6 @@ public:
     int openDevice(int flags);
     int closeDevice(int fd);
     int ioctlDevice(int fd, unsigned long request, void *arg);
-    time_t virtualTime();
-    void sleepVirtual(int64_t ns);
     bool capturing() const { return capture_.load(std::memory_order_acquire); }
     void setCapture(bool on) { capture_.store(on, std::memory_order_release); }
     void capture(int priority, std::string text);

@@ -196,7 +196,7 @@ TOVRASIM_INTERPOSE time_t time(time_t *out) noexcept {
         const auto fn = next_time();
         return fn ? fn(out) : static_cast<time_t>(missing());
     }
-    const time_t t = engine.virtualTime();
+    const time_t t = engine.clock.virtualSeconds();  // atomic: no engine lock
     if (out) *out = t;
     return t;
 }
@@ -215,7 +215,7 @@ TOVRASIM_INTERPOSE int nanosleep(const timespec *request, timespec *remaining) {
         errno = EINVAL;
         return -1;
     }
-    engine.sleepVirtual(static_cast<int64_t>(request->tv_sec) * 1000000000 + request->tv_nsec);
+    engine.clock.advanceNs(static_cast<int64_t>(request->tv_sec) * 1000000000 + request->tv_nsec);
     if (remaining) *remaining = timespec{};
     return 0;
 }
