@@ -39,6 +39,11 @@ TEST(Registration, ProjectFileListsTheModulesThatExistWithTheirKinds) {
         {"Tovra_DiskDriveSlot", "TovraDiskDriveSlotProvider", i},
         {"Tovra_DiskExtent", "TovraDiskExtentProvider", i},
         {"Tovra_Chassis", "TovraChassisProvider", i},
+        {"Tovra_PortController", "TovraPortControllerProvider", i},
+        {"Tovra_SoftwareIdentity", "TovraSoftwareIdentityProvider", i},
+        {"Tovra_PhysicalPackage", "TovraPhysicalPackageProvider", i},
+        {"Tovra_Battery", "TovraBatteryProvider", i},
+        {"Tovra_SASSATAPort", "TovraSASSATAPortProvider", i},
     };
     ASSERT_EQ(entries.size(), expected.size());
 
