@@ -245,7 +245,16 @@ int printInventory(Host &host, std::ostream &out, bool json) {
     Classes c = gather(host);
     if (json) {
         Json doc = Json::object();
-        for (const auto &[cls, reply] : c.replies) doc[cls] = toJson(reply);
+        // Every class as {"instances": [...]}, an empty one included, or its error.
+        for (const auto &[cls, reply] : c.replies) {
+            if (!reply.ok()) {
+                doc[cls] = toJson(reply);
+                continue;
+            }
+            Json instances = Json::array();
+            for (const InstanceV &i : reply.instances) instances.push_back(toJson(i));
+            doc[cls] = {{"instances", std::move(instances)}};
+        }
         out << doc.dump(2) << '\n';
     } else {
         printController(out, c);
