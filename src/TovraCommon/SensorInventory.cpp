@@ -77,7 +77,8 @@ void decodeSensorNames(const uint8_t *p, std::size_t length, SENSORTYPE kind, En
     for (std::size_t i = 0; i < n; ++i) {
         char name[kSensorNameWidth + 1];
         copyTrimmed(name, p + 1 + i * kSensorNameWidth, kSensorNameWidth);
-        if (name[0] != '\0') std::memcpy(e->unit[first + i].DeviceID, name, sizeof name);
+        // The sensor count is one byte: counts that overflow it are cut.
+        if (name[0] != '\0' && first + i < e->members) std::memcpy(e->unit[first + i].DeviceID, name, sizeof name);
     }
 }
 
@@ -90,7 +91,8 @@ void decodeSensorValues(const uint8_t *p, std::size_t length, EnclosureInfo *e) 
         const std::size_t first = firstOf(*e, kind);
         for (std::size_t i = 0; i < reported; ++i, at += 4) {
             if (at + 4 > length) return;
-            if (i < countOf(*e, kind)) e->unit[first + i].SensorReading = std::bit_cast<float>(wire::getLE32(p + at));
+            if (i < countOf(*e, kind) && first + i < e->members)
+                e->unit[first + i].SensorReading = std::bit_cast<float>(wire::getLE32(p + at));
         }
     }
 }

@@ -94,6 +94,20 @@ TEST(SensorDecoder, NamesAndValuesFillTheArrayInKindOrder) {
     }
 }
 
+TEST(SensorDecoder, CountsBeyondTheOneByteTotalStayInsideTheArray) {
+    // 200 voltages and 100 temperatures: the total wraps to 44 entries.
+    EnclosureInfo e = enclosure(200, 0, 0, 100);
+    ASSERT_EQ(e.members, 44u);
+    std::vector<uint8_t> temperatures(1 + tovra::kSensorNameWidth * 100, 'T');
+    temperatures[0] = 100;
+    tovra::decodeSensorNames(temperatures.data(), temperatures.size(), SENSOR_TYPE_TEMPERATURES, &e);
+    std::vector<uint8_t> readings(4 + 4 * 300, 0);
+    readings[0] = 200;
+    readings[3] = 100;
+    tovra::decodeSensorValues(readings.data(), readings.size(), &e);
+    EXPECT_EQ(std::string(e.unit[43].DeviceID), "Voltage 44");
+}
+
 TEST(SensorDecoder, AFullWidthNameFitsTheSensorRecord) {
     EnclosureInfo e = enclosure(1, 0, 0, 0);
     const std::string longName(tovra::kSensorNameWidth, 'N');
