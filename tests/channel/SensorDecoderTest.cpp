@@ -1,6 +1,6 @@
-// The sensor, battery, port and version decoders on hand-made payloads: the
-// sensor array's layout, replies that disagree with the enclosure's counts or
-// end early, and version texts that do and do not split into numbers.
+// The sensor and version decoders on hand-made payloads: the sensor array's
+// layout, replies that disagree with the enclosure's counts or end early, and
+// version texts that do and do not split into numbers.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "PortInventory.h"
 #include "SensorInventory.h"
 #include "SoftwareVersion.h"
 
@@ -114,59 +113,6 @@ TEST(SensorDecoder, AFullWidthNameFitsTheSensorRecord) {
     std::vector<uint8_t> p = names({longName.c_str()});
     tovra::decodeSensorNames(p.data(), p.size(), SENSOR_TYPE_VOLTAGES, &e);
     EXPECT_EQ(std::string(e.unit[0].DeviceID), longName);
-}
-
-TEST(SensorDecoder, BatteryStatus) {
-    struct Row {
-        std::vector<uint8_t> payload;
-        bool present;
-        uint8_t charge, status;
-        int temperature;
-        uint16_t millivolts;
-    };
-    const std::vector<Row> rows = {
-        {{1, 100, 0, 29, 0x0E, 0x10}, true, 100, 0, 29, 4110},
-        {{1, 40, 1, 0xFD, 0xD2, 0x0F}, true, 40, 1, -3, 4050},
-        {{0, 100, 0, 29, 0x0E, 0x10}, false, 0, 0, 0, 0},
-    };
-    for (const Row &row : rows) {
-        BatteryInfo b{};
-        tovra::decodeBatteryStatus(row.payload.data(), 0, &b);
-        EXPECT_STREQ(GetBatteryDeviceID(&b), "Battery0");
-        EXPECT_EQ(b.Present, row.present);
-        EXPECT_EQ(b.Charge, row.charge);
-        EXPECT_EQ(b.Status, row.status);
-        EXPECT_EQ(b.Temperature, row.temperature);
-        EXPECT_EQ(b.Millivolts, row.millivolts);
-    }
-}
-
-TEST(SensorDecoder, PortsFromTheSystemInformation) {
-    struct Row {
-        uint8_t ports, rate;
-        unsigned expectedPorts;
-        const char *rateText;
-        std::vector<unsigned> portOfEnclosure;  // enclosures 0 to 3
-    };
-    const std::vector<Row> rows = {
-        {2, 0xA, 2, "6.0 Gbit/s", {0, 1, 1, 1}},
-        {4, 0xB, 4, "12.0 Gbit/s", {0, 1, 2, 3}},
-        {0, 0x8, 1, "1.5 Gbit/s", {0, 0, 0, 0}},
-        {1, 0x6, 1, "Unknown", {0, 0, 0, 0}},
-    };
-    for (const Row &row : rows) {
-        std::vector<uint8_t> payload(256, 0);
-        payload[175] = row.ports;
-        payload[160] = row.rate;
-        w::putLE64(payload.data() + 200, 0x5001B4D50A2C1000ULL);
-        AdapterPortInfo info{};
-        tovra::decodeAdapterPorts(payload.data(), &info);
-        EXPECT_EQ(info.Ports, row.expectedPorts);
-        EXPECT_STREQ(tovra::linkRateText(info.LinkRateCode), row.rateText);
-        EXPECT_EQ(tovra::sasAddressText(info.SasAddress), "5001B4D50A2C1000");
-        for (unsigned enc = 0; enc < 4; ++enc)
-            EXPECT_EQ(tovra::portOfEnclosure(enc, info.Ports), row.portOfEnclosure[enc]) << enc;
-    }
 }
 
 TEST(SoftwareVersion, SplitsLeadingDottedNumbers) {
