@@ -115,6 +115,8 @@ void setChunkSize(unsigned bytes) {
 void withModel(const std::function<void(Model &)> &fn) {
     Locked e;
     e->ensureModel();
+    SharedState::Guard guard(&e->shared);
+    e->syncFromState();
     fn(e->model);
     e->saveState();
 }

@@ -17,6 +17,7 @@
 #include "Clock.h"
 #include "Faults.h"
 #include "Frame.h"
+#include "SharedState.h"
 #include "Wire.h"
 #include "tovrasim/Model.h"
 #include "tovrasim/Simulator.h"
@@ -82,6 +83,9 @@ public:
     void loadScenario(const std::string &nameOrPath);  // throws on a bad scenario
     void attachStateFile(const std::string &path);
     void saveState();
+    // With a state file: starts from its content when another process has
+    // replaced it (call under a SharedState::Guard).
+    void syncFromState();
     void resetCounters();
 
     RecursiveMutex mutex;
@@ -97,6 +101,7 @@ public:
     std::map<int, PendingReply> pending;
     unsigned chunk = kDefaultChunk;
     std::vector<LogEntry> log;
+    SharedState shared;
 
 private:
     Engine();
