@@ -57,6 +57,8 @@ int Engine::sendFirmware(int fd, CMD_MESSAGE_FIELD *m) {
     SharedState::Guard guard(&shared);
     syncFromState();
     const uint8_t *buf = m->messagedatabuffer;
+    const auto *whole = reinterpret_cast<const uint8_t *>(m);
+    lastRequests[buf[5]] = lastRequests[-1] = Bytes(whole, whole + sizeof *m);
     ExchangeFaults x;
     if (!beginExchange(buf[5], x)) return -1;
     // The firmware acts on the request even when its reply is then lost.

@@ -151,6 +151,7 @@ void Engine::saveState() {
 void Engine::resetCounters() {
     counters.clear();
     totalExchanges = 0;
+    lastRequests.clear();
 }
 
 void Engine::capture(int priority, std::string text) {

@@ -97,6 +97,7 @@ public:
     Clock clock;
     std::map<int, unsigned> counters;
     unsigned totalExchanges = 0;
+    std::map<int, Bytes> lastRequests;  // whole ioctl buffers by command; -1 the latest
     std::set<int> deviceFds;
     std::map<int, PendingReply> pending;
     unsigned chunk = kDefaultChunk;
