@@ -215,6 +215,7 @@ void inRequest(const std::function<void(const CMPIBroker *, const CMPIContext *)
 size_t liveClones() { return cimhost::Host::liveClones(); }
 size_t liveRequestObjects() { return cimhost::Host::liveRequestObjects(); }
 void setPermission(const std::string &user, unsigned level) { host().setPermission(user, level); }
+void setPrincipal(const std::string &user) { host().setPrincipal(user); }
 
 void *factory(const std::string &symbol) {
     host();  // the library is loaded with the host's first request
@@ -239,6 +240,7 @@ void ProviderTest::SetUp() {
     freshClock();
     sim::resetCounters();
     host().setPermission("root", 5);
+    host().setPrincipal("root");
 }
 
 void ProviderTest::TearDown() {

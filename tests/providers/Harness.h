@@ -88,6 +88,8 @@ void inRequest(const std::function<void(const CMPIBroker *, const CMPIContext *)
 size_t liveClones();
 size_t liveRequestObjects();
 void setPermission(const std::string &user, unsigned level);
+// The principal of later requests ("" names nobody); each test starts as "root".
+void setPrincipal(const std::string &user);
 
 // Calls the module's factory through the exported symbol and returns its
 // MI record (the CIMOM's view of the table).
