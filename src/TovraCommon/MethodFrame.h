@@ -3,6 +3,7 @@
 // methods (a module without any answers unknown names with success).
 #pragma once
 
+#include "MethodArgs.h"
 #include "Privilege.h"
 #include "ProviderFrame.h"
 
@@ -51,10 +52,21 @@ private:
         if (method != nullptr && std::strcmp(method, "TimeCalibration") == 0) {
             CMReturnData(rslt, "OK", CMPI_chars);
             CMReturnDone(rslt);
-            return okStatus();
+            // A module whose traits say so also answers with the message "OK".
+            if constexpr (requires { M::kCalibrationMessage; })
+                return CMPIStatus{CMPI_RC_OK, CMNewString(broker, M::kCalibrationMessage, nullptr)};
+            else
+                return okStatus();
         }
         if constexpr (HasOwnMethods<M>) {
-            return M::invokeMethod(ctx, rslt, ref, method, in, out);
+            // A module's method ends early by throwing MethodFailure (a bad
+            // argument count or value, a device that will not open).
+            try {
+                return M::invokeMethod(ctx, rslt, ref, method, in, out);
+            } catch (const MethodFailure &failure) {
+                CMReturnDone(rslt);
+                return CMPIStatus{failure.rc, CMNewString(broker, failure.message.c_str(), nullptr)};
+            }
         } else {
             (void)ref;
             (void)in;
