@@ -28,7 +28,8 @@ struct FirmwareImage {
     }
 };
 
-// Reads the image; on failure returns false with a message for the client.
+// Reads the image; on failure returns false with the reason, worded to follow
+// "Argument FileName in <method> Method Command ".
 bool loadFirmwareImage(const std::string &path, FirmwareImage &image, std::string &error);
 
 }  // namespace tovra

@@ -47,6 +47,7 @@ struct Answer {
     std::string message;
     std::vector<Obj> objects;
     std::optional<Val> value;  // method return value
+    std::vector<std::pair<std::string, Val>> outArgs;  // method output arguments
 };
 
 using KeyList = std::vector<std::pair<std::string, std::string>>;
