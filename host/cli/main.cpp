@@ -5,6 +5,7 @@
 #include "Format.h"
 #include "Host.h"
 #include "Inventory.h"
+#include "TypedArgs.h"
 
 #include <CLI/CLI.hpp>
 
@@ -39,6 +40,17 @@ int print(const Reply &reply, bool json) {
         std::cout << cli::toText(reply);
     } else {
         std::cerr << "tovra-cim: " << cli::errorText(reply) << '\n';
+    }
+    return reply.ok() ? 0 : 1;
+}
+
+// A method's answer: its return value and its status, whatever the status.
+int printMethod(const Reply &reply, bool json) {
+    if (json) {
+        std::cout << cli::toJson(reply).dump(2) << '\n';
+    } else {
+        if (reply.returnValue) std::cout << cli::toText(reply);
+        std::cout << cli::statusLine(reply) << '\n';
     }
     return reply.ok() ? 0 : 1;
 }
@@ -93,7 +105,10 @@ int main(int argc, char **argv) {
     invoke->add_option("class", r.cls, "CIM class")->required();
     invoke->add_option("method", r.method, "method name")->required();
     invoke->add_option("keys", r.keys, "key=value of the object");
-    invoke->add_option("--arg", r.args, "name=value argument (repeatable)")->take_all()->expected(1);
+    invoke->add_option("--arg", r.args,
+                       "name=value argument (repeatable): 7, 0x1F, [1,2,3], \"text\", null, or text")
+        ->take_all()
+        ->expected(1);
     for (CLI::App *sub : {ei, gi, a, ref}) propertyOption(sub, r);
     for (CLI::App *sub : {an, a}) {
         sub->add_option("--assoc-class", r.filter.assocClass, "association class");
@@ -130,7 +145,7 @@ int main(int argc, char **argv) {
         if (*a) return print(host.associators(path, r.filter, props), json);
         if (*rn) return print(host.referenceNames(path, r.filter.resultClass, r.filter.role), json);
         if (*ref) return print(host.references(path, r.filter.resultClass, r.filter.role, props), json);
-        return print(host.invokeMethod(path, r.method, pairs(r.args, "argument")), json);
+        return printMethod(host.invokeMethod(path, r.method, cli::typedArguments(r.args)), json);
     } catch (const std::exception &e) {
         std::cerr << "tovra-cim: " << e.what() << '\n';
         return 2;

@@ -47,6 +47,12 @@ void clearFaults() {
     e->faults.clear();
 }
 
+std::vector<uint8_t> lastRequest(int command) {
+    Locked e;
+    const auto it = e->lastRequests.find(command);
+    return it == e->lastRequests.end() ? std::vector<uint8_t>{} : std::vector<uint8_t>(it->second.begin(), it->second.end());
+}
+
 unsigned exchanges(int command) {
     Locked e;
     if (command < 0) return e->totalExchanges;
@@ -115,6 +121,8 @@ void setChunkSize(unsigned bytes) {
 void withModel(const std::function<void(Model &)> &fn) {
     Locked e;
     e->ensureModel();
+    SharedState::Guard guard(&e->shared);
+    e->syncFromState();
     fn(e->model);
     e->saveState();
 }

@@ -53,7 +53,12 @@ bool Engine::beginExchange(uint8_t command, ExchangeFaults &x) {
 }
 
 int Engine::sendFirmware(int fd, CMD_MESSAGE_FIELD *m) {
+    // Another process sharing the state file may have changed the adapter.
+    SharedState::Guard guard(&shared);
+    syncFromState();
     const uint8_t *buf = m->messagedatabuffer;
+    const auto *whole = reinterpret_cast<const uint8_t *>(m);
+    lastRequests[buf[5]] = lastRequests[-1] = Bytes(whole, whole + sizeof *m);
     ExchangeFaults x;
     if (!beginExchange(buf[5], x)) return -1;
     // The firmware acts on the request even when its reply is then lost.
@@ -65,6 +70,8 @@ int Engine::sendFirmware(int fd, CMD_MESSAGE_FIELD *m) {
 }
 
 int Engine::sendDriver(int fd, uint8_t command) {
+    SharedState::Guard guard(&shared);
+    syncFromState();
     ExchangeFaults x;
     if (!beginExchange(command, x)) return -1;
     queueReply(fd, command == 0x02 ? driverInfoPayload(model) : pciInfoPayload(model), x);

@@ -36,7 +36,10 @@ std::string env(const char *name) {
 // since the holder's thread does not exist there).
 void beforeFork() { Engine::get().mutex.lock(); }
 void afterForkParent() { Engine::get().mutex.unlock(); }
-void afterForkChild() { Engine::get().mutex.init(); }
+void afterForkChild() {
+    Engine::get().mutex.init();
+    Engine::get().shared.afterFork();
+}
 
 }  // namespace
 
@@ -105,11 +108,14 @@ void Engine::loadScenario(const std::string &nameOrPath) {
 
 void Engine::attachStateFile(const std::string &path) {
     statePath = path;
+    shared.attach(path);
     if (path.empty()) return;
+    SharedState::Guard guard(&shared);
     try {
         if (auto saved = readStateFile(path)) {
             model = std::move(saved->model);
             if (!saved->scenario.empty()) scenario = saved->scenario;
+            shared.markSeen();
             return;
         }
     } catch (const std::exception &e) {
@@ -118,18 +124,34 @@ void Engine::attachStateFile(const std::string &path) {
     saveState();
 }
 
+void Engine::syncFromState() {
+    if (statePath.empty() || !shared.changedSinceSeen()) return;
+    try {
+        if (auto saved = readStateFile(statePath)) {
+            model = std::move(saved->model);
+            if (!saved->scenario.empty()) scenario = saved->scenario;
+        }
+    } catch (const std::exception &e) {
+        warn(e.what());
+    }
+    shared.markSeen();
+}
+
 void Engine::saveState() {
     if (statePath.empty()) return;
+    SharedState::Guard guard(&shared);
     try {
         writeStateFile(statePath, model, scenario);
     } catch (const std::exception &e) {
         warn(e.what());
     }
+    shared.markSeen();
 }
 
 void Engine::resetCounters() {
     counters.clear();
     totalExchanges = 0;
+    lastRequests.clear();
 }
 
 void Engine::capture(int priority, std::string text) {

@@ -17,6 +17,7 @@
 #include "Clock.h"
 #include "Faults.h"
 #include "Frame.h"
+#include "SharedState.h"
 #include "Wire.h"
 #include "tovrasim/Model.h"
 #include "tovrasim/Simulator.h"
@@ -82,6 +83,9 @@ public:
     void loadScenario(const std::string &nameOrPath);  // throws on a bad scenario
     void attachStateFile(const std::string &path);
     void saveState();
+    // With a state file: starts from its content when another process has
+    // replaced it (call under a SharedState::Guard).
+    void syncFromState();
     void resetCounters();
 
     RecursiveMutex mutex;
@@ -93,10 +97,12 @@ public:
     Clock clock;
     std::map<int, unsigned> counters;
     unsigned totalExchanges = 0;
+    std::map<int, Bytes> lastRequests;  // whole ioctl buffers by command; -1 the latest
     std::set<int> deviceFds;
     std::map<int, PendingReply> pending;
     unsigned chunk = kDefaultChunk;
     std::vector<LogEntry> log;
+    SharedState shared;
 
 private:
     Engine();

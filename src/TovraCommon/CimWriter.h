@@ -9,6 +9,7 @@
 #include <initializer_list>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tovra {
 
@@ -41,6 +42,7 @@ public:
     void u64(const char *name, uint64_t v) { setScalar(name, CMPIUint64{v}, CMPI_uint64); }
     void u8Array(const char *name, const uint8_t *values, unsigned count);
     void u16Array(const char *name, std::initializer_list<uint16_t> values);
+    void strArray(const char *name, const std::vector<std::string> &values);
 
 private:
     template <class T> void setScalar(const char *name, T value, CMPIType type) {

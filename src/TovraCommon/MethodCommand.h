@@ -14,6 +14,8 @@
 
 #include <initializer_list>
 #include <string>
+#include <string_view>
+#include <utility>
 
 namespace tovra {
 
@@ -79,6 +81,19 @@ CMPIStatus deviceMethod(const CMPIBroker *broker, const CMPIContext *ctx, const 
     CMReturnData(rslt, statusText(st), CMPI_chars);
     CMReturnDone(rslt);
     return st;
+}
+
+// Runs the handler whose name equals `method` exactly (case-sensitive), in
+// table order; any other name ends the result and answers success with no value.
+template <class Handler, std::size_t N>
+CMPIStatus dispatchMethod(const std::pair<std::string_view, Handler> (&table)[N], const CMPIContext *ctx,
+                          const CMPIResult *rslt, const char *method, const CMPIArgs *in) {
+    const std::string_view name = method != nullptr ? method : "";
+    const ArgReader args(in);
+    for (const auto &[candidate, handler] : table)
+        if (name == candidate) return handler(ctx, rslt, args);
+    CMReturnDone(rslt);
+    return okStatus();
 }
 
 }  // namespace tovra

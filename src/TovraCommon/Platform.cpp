@@ -53,6 +53,13 @@ void logAlert(const char *fmt, ...) {
     va_end(args);
 }
 
+void logDebug(const char *fmt, ...) {
+    va_list args;
+    va_start(args, fmt);
+    vlog(LOG_DEBUG, fmt, args);
+    va_end(args);
+}
+
 DeviceFd::DeviceFd() : DeviceFd(wire::kDevicePath) {}
 
 DeviceFd::DeviceFd(const char *path) : fd_(platformOpen(path, O_RDWR)) {}

@@ -15,6 +15,8 @@ time_t platformTime();
 // printf-style; formats the text and hands it to syslog as "%s" at priority 1
 // (alert), with no facility: every log line of the system.
 void logAlert(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+// The same at priority 7 (debug), for the few lines the system writes so.
+void logDebug(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 
 // The adapter's driver device, opened read-write; closed when this goes away.
 class DeviceFd {

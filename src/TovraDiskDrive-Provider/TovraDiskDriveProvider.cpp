@@ -3,6 +3,7 @@
 #include "ModuleStamp.h"
 #include "DiskInventory.h"
 #include "EnclosureInventory.h"
+#include "PassThroughMethods.h"
 #include "RaidInventory.h"
 
 #include <array>
@@ -93,6 +94,11 @@ struct DiskDrive {
     // The disk provider's refusal names the slot provider; the wording is kept.
     static constexpr const char *kDeniedBy = "TovraDiskDriveSlotProvider";
     struct Ops;
+
+    static CMPIStatus invokeMethod(const CMPIContext *ctx, const CMPIResult *rslt, const CMPIObjectPath *,
+                                   const char *method, const CMPIArgs *in, CMPIArgs *) {
+        return invokePassThroughMethod(tovra::ModuleState<DiskDrive>::_TovraBroker, ctx, rslt, method, in);
+    }
 
     template <class Emit> static tovra::WalkResult walk(tovra::WalkContext &w, Emit &&emit) {
         const char *systemName = GetControllerSerialNumber(w.controller);

@@ -2,6 +2,8 @@
 
 #include <Host.h>
 
+#include "DirectCall.h"
+
 #include <dlfcn.h>
 
 #include <memory>
@@ -90,6 +92,11 @@ cimhost::Value toValue(const In &in) {
         case In::Kind::Uint32: return cimhost::Value::u32(static_cast<uint32_t>(in.number));
         case In::Kind::Uint8: return cimhost::Value::u8(static_cast<uint8_t>(in.number));
         case In::Kind::Null: return cimhost::Value::null(CMPI_string);
+        case In::Kind::Uint32Array: {
+            cimhost::Value::Array items;
+            for (uint64_t n : in.numbers) items.push_back(cimhost::Value::u32(static_cast<uint32_t>(n)));
+            return cimhost::Value::array(CMPI_uint32, std::move(items));
+        }
     }
     return {};
 }
@@ -140,6 +147,68 @@ Answer invoke(const std::string &cls, const std::string &method, const Keys &arg
     return fromReply(host().invokeMethod(pathOf(cls, {}, ns), method, in));
 }
 
+namespace {
+
+const char *methodModule(const std::string &cls) {
+    if (cls == "Tovra_StoragePool") return "StoragePool";
+    if (cls == "Tovra_StorageVolume") return "StorageVolume";
+    if (cls == "Tovra_DiskDrive") return "DiskDrive";
+    if (cls == "Tovra_EventLog") return "EventLog";
+    return "RAIDComputerSystem";
+}
+
+void addArg(CMPIArgs *in, const std::string &name, const In &value, const CMPIBroker *broker) {
+    switch (value.kind) {
+        case In::Kind::Text: CMAddArg(in, name.c_str(), value.text.c_str(), CMPI_chars); break;
+        case In::Kind::Uint32: {
+            CMPIUint32 v = static_cast<CMPIUint32>(value.number);
+            CMAddArg(in, name.c_str(), &v, CMPI_uint32);
+            break;
+        }
+        case In::Kind::Uint8: {
+            CMPIUint8 v = static_cast<CMPIUint8>(value.number);
+            CMAddArg(in, name.c_str(), &v, CMPI_uint8);
+            break;
+        }
+        case In::Kind::Null: CMAddArg(in, name.c_str(), nullptr, CMPI_uint32); break;
+        case In::Kind::Uint32Array: {
+            CMPIArray *arr = CMNewArray(broker, static_cast<CMPICount>(value.numbers.size()), CMPI_uint32, nullptr);
+            for (CMPICount i = 0; i < value.numbers.size(); ++i) {
+                CMPIUint32 v = static_cast<CMPIUint32>(value.numbers[i]);
+                CMSetArrayElementAt(arr, i, &v, CMPI_uint32);
+            }
+            CMAddArg(in, name.c_str(), &arr, CMPI_uint32A);
+            break;
+        }
+    }
+}
+
+}  // namespace
+
+Answer invokeDirect(const std::string &cls, const std::string &method, const Keys &args) {
+    auto *mi = static_cast<CMPIMethodMI *>(factory(std::string("Tovra") + methodModule(cls) + "Provider_Create_MethodMI"));
+    Answer a;
+    if (mi == nullptr) {
+        a.rc = CMPI_RC_ERR_NOT_FOUND;
+        return a;
+    }
+    inRequest([&](const CMPIBroker *broker, const CMPIContext *ctx) {
+        direct::Outcome o = direct::invoke(mi, broker, ctx, kNs, cls.c_str(), method.c_str(), [&](CMPIArgs *in) {
+            for (const auto &[name, value] : args) addArg(in, name, value, broker);
+        });
+        a.rc = o.rc;
+        a.message = o.message;
+        a.doneCount = o.doneCount;
+        if (o.value) {
+            Val v;
+            v.kind = Val::Kind::Text;
+            v.text = *o.value;
+            a.value = v;
+        }
+    });
+    return a;
+}
+
 void inRequest(const std::function<void(const CMPIBroker *, const CMPIContext *)> &body) {
     host().withRequest(body);
 }
@@ -147,6 +216,7 @@ void inRequest(const std::function<void(const CMPIBroker *, const CMPIContext *)
 size_t liveClones() { return cimhost::Host::liveClones(); }
 size_t liveRequestObjects() { return cimhost::Host::liveRequestObjects(); }
 void setPermission(const std::string &user, unsigned level) { host().setPermission(user, level); }
+void setPrincipal(const std::string &user) { host().setPrincipal(user); }
 
 void *factory(const std::string &symbol) {
     host();  // the library is loaded with the host's first request
@@ -171,6 +241,7 @@ void ProviderTest::SetUp() {
     freshClock();
     sim::resetCounters();
     host().setPermission("root", 5);
+    host().setPrincipal("root");
 }
 
 void ProviderTest::TearDown() {

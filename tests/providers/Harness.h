@@ -48,19 +48,22 @@ struct Answer {
     std::vector<Obj> objects;
     std::optional<Val> value;  // method return value
     std::vector<std::pair<std::string, Val>> outArgs;  // method output arguments
+    int doneCount = -1;        // how often the result was ended (direct calls only)
 };
 
 using KeyList = std::vector<std::pair<std::string, std::string>>;
 
 // Typed key or argument value handed to the host.
 struct In {
-    enum class Kind { Text, Uint32, Uint8, Null } kind;
+    enum class Kind { Text, Uint32, Uint8, Null, Uint32Array } kind;
     std::string text;
     uint64_t number = 0;
-    static In str(std::string s) { return {Kind::Text, std::move(s), 0}; }
-    static In u32(uint64_t n) { return {Kind::Uint32, {}, n}; }
-    static In u8(uint64_t n) { return {Kind::Uint8, {}, n}; }
-    static In null() { return {Kind::Null, {}, 0}; }
+    std::vector<uint64_t> numbers;
+    static In str(std::string s) { return {Kind::Text, std::move(s), 0, {}}; }
+    static In u32(uint64_t n) { return {Kind::Uint32, {}, n, {}}; }
+    static In u8(uint64_t n) { return {Kind::Uint8, {}, n, {}}; }
+    static In null() { return {Kind::Null, {}, 0, {}}; }
+    static In u32s(std::vector<uint64_t> list) { return {Kind::Uint32Array, {}, 0, std::move(list)}; }
 };
 using Keys = std::vector<std::pair<std::string, In>>;
 
@@ -74,6 +77,11 @@ Answer getInstance(const std::string &cls, const Keys &keys, const std::string &
 Answer invoke(const std::string &cls, const std::string &method, const Keys &args = {},
               const std::string &ns = kNs);
 
+// Calls the class's method provider directly with exactly these arguments,
+// bypassing the host's conversion to the declared types (so undeclared names
+// and other types reach the provider). A null In is a null uint32.
+Answer invokeDirect(const std::string &cls, const std::string &method, const Keys &args = {});
+
 // Runs body inside a host request, with the host's broker and a context
 // carrying the test principal.
 void inRequest(const std::function<void(const CMPIBroker *, const CMPIContext *)> &body);
@@ -81,6 +89,8 @@ void inRequest(const std::function<void(const CMPIBroker *, const CMPIContext *)
 size_t liveClones();
 size_t liveRequestObjects();
 void setPermission(const std::string &user, unsigned level);
+// The principal of later requests ("" names nobody); each test starts as "root".
+void setPrincipal(const std::string &user);
 
 // Calls the module's factory through the exported symbol and returns its
 // MI record (the CIMOM's view of the table).

@@ -3,6 +3,7 @@
 // drive the real boundary and use this API to arrange and inspect.
 #pragma once
 
+#include <cstdint>
 #include <ctime>
 #include <functional>
 #include <string>
@@ -38,6 +39,10 @@ TOVRASIM_API void addFaults(const std::string &text);  // the TOVRA_SIM_FAULTS s
 TOVRASIM_API void clearFaults();
 TOVRASIM_API unsigned exchanges(int command = -1);  // request frames received per command code, -1 = all
 TOVRASIM_API void resetCounters();
+// The whole 1060-byte ioctl buffer of the last request written with this
+// command byte (-1: of any command); empty when there was none since the
+// last counter reset.
+TOVRASIM_API std::vector<uint8_t> lastRequest(int command = -1);
 TOVRASIM_API unsigned openDescriptors();  // simulated device fds currently open
 TOVRASIM_API void useVirtualClock(bool on);  // time() and nanosleep() use the virtual clock
 TOVRASIM_API void setTime(time_t t);          // whole seconds, sub-second part reset to 0
