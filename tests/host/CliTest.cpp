@@ -1,6 +1,7 @@
 // tovra-cim run as a process against the test provider library.
 #include "Format.h"
 #include "HostFixture.h"
+#include "TypedArgs.h"
 
 #include <sys/wait.h>
 
@@ -40,7 +41,34 @@ TEST(Cli, ListsClassesAndRunsOperations) {
     CliRun invoke = cli("--permission alice=5 invoke test/cimv2 Test_Widget Describe Name=alpha --arg Slot=3 "
                      "--arg Label=hi --arg Items=a,b");
     EXPECT_EQ(invoke.status, 0) << invoke.out;
-    EXPECT_EQ(invoke.out, "ReturnValue = Slot=3 Label=hi Items=2\nEcho = hi\n");
+    EXPECT_EQ(invoke.out, "ReturnValue = Slot=3 Label=hi Items=2\nEcho = hi\nStatus = 0 (0x0)\n");
+}
+
+// Method arguments take the type their text shows; the host then converts
+// them to the declared types.
+TEST(Cli, MethodArgumentsAreTypedAsWritten) {
+    using cimhost::Value;
+    struct Case {
+        const char *text;
+        Value expected;
+    };
+    const Case cases[] = {
+        {"7", Value::u64(7)},
+        {"0x1F", Value::u64(31)},
+        {"-2", Value::s64(-2)},
+        {"[4, 5]", Value::array(CMPI_uint64, {Value::u64(4), Value::u64(5)})},
+        {"{}", Value::array(CMPI_uint64, {})},
+        {"\"123\"", Value::string("123")},
+        {"null", Value::null(CMPI_string)},
+        {"Vol 1", Value::string("Vol 1")},
+        {"[4,x]", Value::string("[4,x]")},
+        {"99999999999999999999", Value::string("99999999999999999999")},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.text);
+        EXPECT_EQ(cimhost::cli::typedArgument(c.text), c.expected);
+    }
+    EXPECT_THROW(cimhost::cli::typedArguments({"=3"}), std::invalid_argument);
 }
 
 TEST(Cli, PrintsJsonAndFailsWithTheStatus) {

@@ -36,6 +36,7 @@ TEST(Registration, ProjectFileListsTheModulesThatExistWithTheirKinds) {
         {"Tovra_StorageVolume", "TovraStorageVolumeProvider", im},
         {"Tovra_DefaultStorageSetting", "TovraDefaultStorageSettingProvider", i},
         {"Tovra_DiskDrive", "TovraDiskDriveProvider", im},
+        {"Tovra_EventLog", "TovraEventLogProvider", im},
         {"Tovra_DiskDriveSlot", "TovraDiskDriveSlotProvider", i},
         {"Tovra_DiskExtent", "TovraDiskExtentProvider", i},
         {"Tovra_Chassis", "TovraChassisProvider", i},

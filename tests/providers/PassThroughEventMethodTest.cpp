@@ -93,19 +93,42 @@ TEST_F(PassThroughMethods, RequestsCarryTheirFramesAndAnswerTheReplyLetter) {
     EXPECT_TRUE(logged("ParseDiskDriveCommandCode: Ending return(0)"));
 }
 
-TEST_F(PassThroughMethods, AReleasedDiskIsFreeInTheNextEnumeration) {
-    auto usageOf = [](const std::string &serial) {
+// Each change shows in the next enumeration of the disks (the method drops
+// the disk cache): the usage of the disk it concerns.
+TEST_F(PassThroughMethods, DiskUsageFollowsEveryChange) {
+    struct Case {
+        const char *cls;
+        const char *method;
+        Keys args;
+        unsigned enc, slot;  // as the disk reports them, from 0
+        const char *usage;
+    };
+    const Case cases[] = {
+        {kDisk, "DeletePassThrough", {{"enc", In::u32(1)}, {"slt", In::u32(6)}}, 0, 5, "Free"},
+        {kDisk, "CreatePassThrough", target(2, 4), 1, 3, "Pass Through"},
+        {"Tovra_StoragePool", "DeleteHotSpare", {{"Enc", In::u32(1)}, {"Disk", In::u32(5)}}, 0, 4, "Free"},
+        {"Tovra_StoragePool", "CreateHotSpare",
+         {{"Type", In::u32(0)}, {"RAIDNo", In::u32(1)}, {"Enc", In::u32(2)}, {"Disk", In::u32(5)}}, 1, 4, "Hot Spare"},
+        {"Tovra_StoragePool", "CreateRAIDSet",
+         {{"MemberDisks", In::u32(2)}, {"DiskArray", In::u32s({4, 5})}, {"Enc", In::u32(2)}, {"Name", In::str("New")}},
+         1, 4, ""},
+    };
+    auto usageAt = [](unsigned enc, unsigned slot) {
         for (const Obj &o : enumInstances(kDisk).objects)
-            if (o.text("DeviceID") == serial) return o.text("Usage");
+            if (o.num("EnclosureNumber") == enc && o.num("SlotNumber") == slot) return o.text("Usage");
         return std::string("absent");
     };
-    const Answer disks = enumInstances(kDisk);
-    std::string serial;
-    for (const Obj &o : disks.objects)
-        if (o.text("Usage") == "Pass Through") serial = o.text("DeviceID");
-    ASSERT_FALSE(serial.empty());
-    ASSERT_EQ(invoke(kDisk, "DeletePassThrough", {{"enc", In::u32(1)}, {"slt", In::u32(6)}}).rc, CMPI_RC_OK);
-    EXPECT_EQ(usageOf(serial), "Free");
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.method);
+        sim::loadScenario("default");
+        freshClock();
+        const std::string before = usageAt(c.enc, c.slot);
+        ASSERT_NE(before, "absent");
+        EXPECT_NE(before, c.usage);
+        const Answer a = invoke(c.cls, c.method, c.args);
+        ASSERT_EQ(a.rc, CMPI_RC_OK) << a.message;
+        EXPECT_EQ(usageAt(c.enc, c.slot), c.usage);
+    }
 }
 
 TEST_F(EventLogMethods, ClearLogTimeCalibrationAndOtherNames) {
