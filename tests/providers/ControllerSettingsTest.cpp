@@ -2,7 +2,9 @@
 // calls them: through our host into the provider library, down to the
 // simulated adapter by real ioctl calls.
 #include "Harness.h"
+#include "MethodSupport.h"
 
+#include <Wire.h>
 #include <tovrasim/FirmwareImage.h>
 
 #include <unistd.h>
@@ -103,6 +105,20 @@ TEST_F(ControllerSettings, EverySettingReachesTheAdapterWithItsValueBytes) {
         const bool multiByte = row.stored.size() > 1;
         EXPECT_TRUE(logged(std::string("SendSet") + row.setting + (multiByte ? "_B" : "_A") + ": Ending(0x0)"));
         EXPECT_TRUE(logged("ParseSySCommandCode: Ending return(0)"));
+
+        // On the wire: 1024 payload bytes, the form's length field and value,
+        // the checksum at 1029.
+        const Bytes sent = methods::sentFrame(0x1F, 1030);
+        ASSERT_EQ(sent.size(), 1030u);
+        EXPECT_EQ(tovra::wire::getLE16(&sent[3]), 1024);
+        const auto n = static_cast<uint8_t>(row.stored.size());
+        const Bytes head = multiByte ? Bytes{'B', 0, 0, n, 0} : Bytes{'A', n};
+        EXPECT_EQ(Bytes(sent.begin() + 15, sent.begin() + 16), Bytes{head[0]});
+        EXPECT_EQ(Bytes(sent.begin() + 19, sent.begin() + 15 + static_cast<long>(head.size()) + 3),
+                  Bytes(head.begin() + 1, head.end()));
+        const auto valueAt = sent.begin() + (multiByte ? 23 : 20);
+        EXPECT_EQ(Bytes(valueAt, valueAt + n), row.stored);
+        EXPECT_EQ(sent[1029], tovra::wire::sum8(sent.data(), 3, 1028));
     }
 }
 
@@ -246,6 +262,55 @@ TEST_F(ControllerSettings, ArgumentErrorsSendNothing) {
     EXPECT_EQ(closed.message, "SetNCQ: File Open Failed.");
 }
 
+// Arguments of other names, counts and types than declared, as a CIMOM that
+// does not convert them would hand them over.
+TEST_F(ControllerSettings, UndeclaredArgumentsAndTypesAreRefusedClearly) {
+    struct Row {
+        const char *method;
+        Keys args;
+        CMPIrc rc;
+        const char *message;
+    };
+    const Row rows[] = {
+        {"SetNCQ", {{"Value", In::str("1")}}, CMPI_RC_ERR_FAILED,
+         "Argument Value in SetNCQ Method Command is not an integer."},
+        {"SetNCQ", {{"Value", In::u8(1)}, {"Extra", In::u8(1)}}, static_cast<CMPIrc>(49),
+         "SetNCQ: incorrect args number were received."},
+        {"MuteBeeper", {{"Beeper", In::u8(1)}}, static_cast<CMPIrc>(49),
+         "MuteBeeper: incorrect args number were received."},
+        {"SetNCQ", {{"Values", In::u8(1)}}, CMPI_RC_ERR_FAILED, "Argument Value not present in SetNCQ Method Command."},
+        {"SetNCQ", {{"Value", In::u32(256)}}, CMPI_RC_ERR_FAILED,
+         "Argument Value in SetNCQ Method Command is outside 0 to 255."},
+        {"SetHttpPort", {{"Value", In::u32(65536)}}, CMPI_RC_ERR_FAILED,
+         "Argument Value in SetHttpPort Method Command is outside 1 to 65535."},
+        {"CheckPassword", {{"Password", In::u32(1234)}}, CMPI_RC_ERR_FAILED,
+         "Argument Password in CheckPassword Method Command is not a string."},
+        {"SetIPAddress", {{"Address", In::u32s({10, 0, 0, 1})}}, CMPI_RC_ERR_FAILED,
+         "Argument Address in SetIPAddress Method Command is not a string."},
+        {"SetWaTP", {{"Seconds", In::str("60")}}, CMPI_RC_ERR_FAILED,
+         "Argument Seconds in SetWaTP Method Command is not an integer."},
+        {"UpdateFirmware", {{"FileName", In::null()}}, CMPI_RC_ERR_FAILED,
+         "Argument FileName in UpdateFirmware Method Command is not a string."},
+    };
+    unlock();
+    sim::resetCounters();
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.message);
+        const Answer a = invokeDirect(kController, row.method, row.args);
+        EXPECT_EQ(a.rc, row.rc);
+        EXPECT_EQ(a.message, row.message);
+        EXPECT_EQ(a.doneCount, 1);
+    }
+    for (const char *unknown : {"SetNothing", "setncq", "Set", ""}) {
+        SCOPED_TRACE(unknown);
+        const Answer a = invokeDirect(kController, unknown, {{"Value", In::u8(1)}});
+        EXPECT_EQ(a.rc, CMPI_RC_OK);
+        EXPECT_FALSE(a.value.has_value());
+        EXPECT_EQ(a.doneCount, 1);
+    }
+    EXPECT_EQ(sim::exchanges(), 0u);
+}
+
 // The adapter's password: changes need a check first; a wrong password or
 // the passing of time locks them again. Each step: the call, the virtual
 // seconds that pass before it, the reply.
@@ -288,6 +353,13 @@ TEST_F(ControllerSettings, PasswordRequiredAndInvalidFlows) {
     }
     EXPECT_TRUE(logged("SendCheckPassword: Ending(0x0)"));
     EXPECT_TRUE(logged("SendSetPassword: Ending(0x0)"));
+    // The last check on the wire: the fifteenth character at 21, left out of
+    // the sum at 22.
+    const Bytes check = methods::sentFrame(0x14, 23);
+    ASSERT_EQ(check.size(), 23u);
+    EXPECT_EQ(check[6], 15);
+    EXPECT_EQ(check[21], 'X');
+    EXPECT_EQ(check[22], tovra::wire::sum8(check.data(), 3, 20));
     EXPECT_EQ(model().password, "");
 }
 
