@@ -206,7 +206,6 @@ TEST_F(ControllerSettings, ArgumentErrorsSendNothing) {
     };
     const Row rows[] = {
         {"SetNCQ", {}, static_cast<CMPIrc>(49), "SetNCQ: incorrect args number were received."},
-        {"SetIPAddress", {}, static_cast<CMPIrc>(49), "SetIPAddress: incorrect args number were received."},
         {"UpdateFirmware", {}, static_cast<CMPIrc>(49), "UpdateFirmware: incorrect args number were received."},
         {"SetIPAddress", {{"Address", In::str("10.0.0")}}, CMPI_RC_ERR_FAILED,
          "Argument Address in SetIPAddress Method Command is not a dotted IPv4 address: \"10.0.0\"."},
@@ -214,8 +213,6 @@ TEST_F(ControllerSettings, ArgumentErrorsSendNothing) {
          "Argument Address in SetIPAddress Method Command is not a dotted IPv4 address: \"10.0.0.256\"."},
         {"SetGateway", {{"Value", In::str("gateway")}}, CMPI_RC_ERR_FAILED,
          "Argument Value in SetGateway Method Command is not a dotted IPv4 address: \"gateway\"."},
-        {"SetNetMask", {{"Value", In::str("")}}, CMPI_RC_ERR_FAILED,
-         "Argument Value in SetNetMask Method Command is not a dotted IPv4 address: \"\"."},
         {"SetHttpPort", {{"Value", In::u32(0)}}, CMPI_RC_ERR_FAILED,
          "Argument Value in SetHttpPort Method Command is outside 1 to 65535."},
         {"SetMAXCMDLen", {{"Value", In::u32(127)}}, CMPI_RC_ERR_FAILED,
@@ -224,8 +221,6 @@ TEST_F(ControllerSettings, ArgumentErrorsSendNothing) {
          "Argument Value in SetMAXCMDLen Method Command is outside 128 to 383."},
         {"CheckPassword", {{"Password", In::str("0123456789ABCDEF")}}, CMPI_RC_ERR_FAILED,
          "Argument Password in CheckPassword Method Command is longer than 15 characters."},
-        {"SetPassword", {{"Password", In::str("0123456789ABCDEF")}}, CMPI_RC_ERR_FAILED,
-         "Argument Password in SetPassword Method Command is longer than 15 characters."},
         {"SetWaTP", {{"Seconds", In::u32(0)}}, CMPI_RC_ERR_FAILED,
          "Argument Seconds in SetWaTP Method Command is outside 1 to 86400."},
         {"SetWaTP", {{"Seconds", In::u32(86401)}}, CMPI_RC_ERR_FAILED,
@@ -237,9 +232,6 @@ TEST_F(ControllerSettings, ArgumentErrorsSendNothing) {
         {"UpdateFirmware", {{"FileName", In::str("/nonexistent/tovra.img")}}, CMPI_RC_ERR_FAILED,
          "Argument FileName in UpdateFirmware Method Command names /nonexistent/tovra.img, which is not a "
          "readable file."},
-        {"UpdateFirmware", {{"FileName", In::str(::testing::TempDir())}}, CMPI_RC_ERR_FAILED,
-         "Argument FileName in UpdateFirmware Method Command names " + ::testing::TempDir() +
-             ", which is not a readable file."},
         {"UpdateFirmware", {{"FileName", In::str(empty)}}, CMPI_RC_ERR_FAILED,
          "Argument FileName in UpdateFirmware Method Command names " + empty +
              ", an image of 0 bytes; an image has 1 to 16777216 bytes."},
@@ -276,17 +268,11 @@ TEST_F(ControllerSettings, UndeclaredArgumentsAndTypesAreRefusedClearly) {
          "Argument Value in SetNCQ Method Command is not an integer."},
         {"SetNCQ", {{"Value", In::u8(1)}, {"Extra", In::u8(1)}}, static_cast<CMPIrc>(49),
          "SetNCQ: incorrect args number were received."},
-        {"MuteBeeper", {{"Beeper", In::u8(1)}}, static_cast<CMPIrc>(49),
-         "MuteBeeper: incorrect args number were received."},
         {"SetNCQ", {{"Values", In::u8(1)}}, CMPI_RC_ERR_FAILED, "Argument Value not present in SetNCQ Method Command."},
         {"SetNCQ", {{"Value", In::u32(256)}}, CMPI_RC_ERR_FAILED,
          "Argument Value in SetNCQ Method Command is outside 0 to 255."},
-        {"SetHttpPort", {{"Value", In::u32(65536)}}, CMPI_RC_ERR_FAILED,
-         "Argument Value in SetHttpPort Method Command is outside 1 to 65535."},
         {"CheckPassword", {{"Password", In::u32(1234)}}, CMPI_RC_ERR_FAILED,
          "Argument Password in CheckPassword Method Command is not a string."},
-        {"SetIPAddress", {{"Address", In::u32s({10, 0, 0, 1})}}, CMPI_RC_ERR_FAILED,
-         "Argument Address in SetIPAddress Method Command is not a string."},
         {"SetWaTP", {{"Seconds", In::str("60")}}, CMPI_RC_ERR_FAILED,
          "Argument Seconds in SetWaTP Method Command is not an integer."},
         {"UpdateFirmware", {{"FileName", In::null()}}, CMPI_RC_ERR_FAILED,
@@ -425,8 +411,7 @@ TEST_F(ControllerSettings, SetWaTPGovernsEveryCache) {
         unsigned age;
         bool rebuilt;
     };
-    const Row rows[] = {{60, 60, false}, {60, 61, true}, {1, 1, false}, {1, 2, true}, {86400, 86400, false},
-                        {86400, 86401, true}, {1800, 1800, false}, {1800, 1801, true}};
+    const Row rows[] = {{60, 60, false}, {60, 61, true}, {1, 2, true}, {86400, 86400, false}, {1800, 1801, true}};
     for (const Row &row : rows) {
         SCOPED_TRACE(std::to_string(row.lifetime) + " s, age " + std::to_string(row.age));
         const Answer set = invoke(kController, "SetWaTP", {{"Seconds", In::u32(row.lifetime)}});

@@ -1,6 +1,5 @@
-// The adapter's side of the controller settings: the values it accepts, and
-// settings, address and unlocked password kept in the state file and shown in
-// the system information.
+// The adapter's side of the controller settings: settings, address and the
+// unlocked password kept in the state file and shown in the system information.
 #include <cstdio>
 
 #include "SimSupport.h"
@@ -29,37 +28,6 @@ Bytes passwordCheck(const std::string &password) {
 }
 
 using SettingValues = SimTest;
-
-TEST_F(SettingValues, TheAdapterRefusesValuesOutsideEachSettingsRange) {
-    struct Row {
-        const char *setting;
-        Bytes selector;
-        Bytes value;
-        char letter;
-    };
-    const Row rows[] = {
-        {"NetMask", {0x01, 0x14, 0x00}, {255, 255, 255, 0}, 'A'},
-        {"NetMask", {0x01, 0x14, 0x00}, {255, 255, 255, 255}, 'A'},
-        {"NetMask", {0x01, 0x14, 0x00}, {255, 0, 255, 0}, 'G'},
-        {"NetMask", {0x01, 0x14, 0x00}, {0, 0, 0, 0}, 'G'},
-        {"Gateway", {0x01, 0x88, 0x00}, {0, 0, 0, 0}, 'A'},
-        {"HttpPort", {0x01, 0xD6, 0x00}, {0, 0}, 'G'},
-        {"SMTPPort", {0x01, 0x02, 0x03}, {0, 1}, 'A'},
-        {"NCQ", {0x01, 0x9B, 0x00}, {1}, 'A'},
-        {"NCQ", {0x01, 0x9B, 0x00}, {2}, 'G'},
-        {"Truncation", {0x01, 0xEF, 0x00}, {2}, 'A'},
-        {"HDDReadAhead", {0x01, 0x01, 0x03}, {4}, 'G'},
-        {"HDDQdepth", {0x01, 0x14, 0x03}, {32}, 'A'},
-        {"HDDQdepth", {0x01, 0x14, 0x03}, {33}, 'G'},
-        {"MAXCMDLen", {0x01, 0x27, 0x03}, {255}, 'A'},
-    };
-    Device d;
-    sim::withModel([](sim::Model &m) { m.password.clear(); });
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.setting);
-        EXPECT_EQ(letterOf(transact(d, settingFrame(row.selector, row.value))), row.letter);
-    }
-}
 
 TEST_F(SettingValues, KeptInTheStateFileAndShownInTheSystemInformation) {
     const std::string path = "/tmp/tovrasim-settings-" + std::to_string(::getpid()) + ".json";
