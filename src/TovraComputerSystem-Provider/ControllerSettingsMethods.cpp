@@ -12,8 +12,10 @@ namespace tovra {
 
 namespace {
 
-// Modules whose published data come from the system information.
-constexpr std::initializer_list<const char *> kInfoReaders = {"Tovra_PortController"};
+// Other modules whose published data come from the system information
+// (address, firmware version); those without a method provider ignore the
+// reset, and their caches age as usual.
+constexpr std::initializer_list<const char *> kInfoReaders = {"Tovra_PortController", "Tovra_SoftwareIdentity"};
 constexpr std::initializer_list<const char *> kNoReaders = {};
 
 const CommandSpec kSettingsCommand{ParseSySCommandCode};
