@@ -46,6 +46,11 @@ Outcome raidSetCommand(Context &ctx);      // 0x50 to 0x56
 Outcome volumeCommand(Context &ctx);       // 0x60 to 0x62
 Outcome settingsCommand(Context &ctx);     // 0x14, 0x1F, 0x30 to 0x33, 0x39
 
+// The 0x1F firmware page (length 527).
+Outcome firmwarePage(Context &ctx);
+// NetMask and Gateway in the reserved bytes 216..223 of the system information.
+void putNetworkSettings(const Model &model, PayloadWriter &w);
+
 inline Outcome reply(char c, bool changed = false) { return Outcome{letter(c), changed}; }
 inline Outcome data(Bytes payload) { return Outcome{std::move(payload), false}; }
 
@@ -62,6 +67,10 @@ inline constexpr char Unsupported = 'H';
 inline constexpr char BadPassword = 'J';
 inline constexpr char NoSpace = 'K';
 inline constexpr char BadChecksum = 'L';
+inline constexpr char PasswordRequired = 'M';
+inline constexpr char FirmwareCrc = 'P';
+inline constexpr char FirmwareInvalid = 'Q';
+inline constexpr char FirmwareFailed = 'R';
 inline constexpr char EndOfData = 'T';
 }  // namespace result
 

@@ -59,6 +59,7 @@ Bytes systemInfo(const Model &m) {
     w.u32(196, c.flag);
     w.u64(200, c.sasAddress);
     w.text(208, 8, c.modelExt);
+    putNetworkSettings(m, w);
     return w.take();
 }
 

@@ -15,21 +15,51 @@ namespace {
 constexpr char kSignature[] = "KeLpOrIn";
 constexpr unsigned kMaxPassword = 15;  // bytes 7 to 21 of a 17-byte payload
 
+// What the adapter accepts as a setting's value.
+enum class Rule : uint8_t { Mask, Address, Port, Max };
+
 struct SettingDef {
     const char *name;
     uint8_t s16, s17, s18;
     uint8_t width;
+    Rule rule;
+    uint8_t max = 0;  // Rule::Max: the largest value
 };
 
 constexpr SettingDef kSettings[] = {
-    {"NetMask", 0x01, 0x14, 0x00, 4},    {"Gateway", 0x01, 0x88, 0x00, 4},      {"NCQ", 0x01, 0x9B, 0x00, 1},
-    {"DiskCache", 0x01, 0x9F, 0x00, 1},  {"Truncation", 0x01, 0xEF, 0x00, 1},   {"CPUFan", 0x01, 0xF9, 0x00, 1},
-    {"HttpPort", 0x01, 0xD6, 0x00, 2},   {"TelnetPort", 0x01, 0xF0, 0x00, 2},   {"SMTPPort", 0x01, 0x02, 0x03, 2},
-    {"HDDReadAhead", 0x01, 0x01, 0x03, 1}, {"HDDLED", 0x01, 0x08, 0x03, 1},     {"AutoActivate", 0x01, 0x0C, 0x03, 1},
-    {"HDDQdepth", 0x01, 0x14, 0x03, 1},  {"SASMux", 0x01, 0x15, 0x03, 1},       {"VolReadAhead", 0x01, 0x17, 0x03, 1},
-    {"SES2Support", 0x01, 0x18, 0x03, 1}, {"MAXCMDLen", 0x01, 0x27, 0x03, 1},   {"WriteSame", 0x01, 0x34, 0x03, 1},
-    {"HPDRebuilding", 0x01, 0x36, 0x03, 1},
+    {"NetMask", 0x01, 0x14, 0x00, 4, Rule::Mask},          {"Gateway", 0x01, 0x88, 0x00, 4, Rule::Address},
+    {"NCQ", 0x01, 0x9B, 0x00, 1, Rule::Max, 1},            {"DiskCache", 0x01, 0x9F, 0x00, 1, Rule::Max, 1},
+    {"Truncation", 0x01, 0xEF, 0x00, 1, Rule::Max, 2},     {"CPUFan", 0x01, 0xF9, 0x00, 1, Rule::Max, 1},
+    {"HttpPort", 0x01, 0xD6, 0x00, 2, Rule::Port},         {"TelnetPort", 0x01, 0xF0, 0x00, 2, Rule::Port},
+    {"SMTPPort", 0x01, 0x02, 0x03, 2, Rule::Port},         {"HDDReadAhead", 0x01, 0x01, 0x03, 1, Rule::Max, 3},
+    {"HDDLED", 0x01, 0x08, 0x03, 1, Rule::Max, 1},         {"AutoActivate", 0x01, 0x0C, 0x03, 1, Rule::Max, 1},
+    {"HDDQdepth", 0x01, 0x14, 0x03, 1, Rule::Max, 32},     {"SASMux", 0x01, 0x15, 0x03, 1, Rule::Max, 1},
+    {"VolReadAhead", 0x01, 0x17, 0x03, 1, Rule::Max, 3},   {"SES2Support", 0x01, 0x18, 0x03, 1, Rule::Max, 1},
+    {"MAXCMDLen", 0x01, 0x27, 0x03, 1, Rule::Max, 255},    {"WriteSame", 0x01, 0x34, 0x03, 1, Rule::Max, 1},
+    {"HPDRebuilding", 0x01, 0x36, 0x03, 1, Rule::Max, 1},
 };
+
+// A checked password allows changes for this long.
+constexpr uint32_t kUnlockSeconds = 600;
+
+bool valueAccepted(const SettingDef &def, const uint8_t *v) {
+    switch (def.rule) {
+    case Rule::Mask: {
+        const uint32_t mask = (uint32_t{v[0]} << 24) | (uint32_t{v[1]} << 16) | (uint32_t{v[2]} << 8) | v[3];
+        return mask != 0 && (~mask & (~mask + 1)) == 0;  // ones, then only zeros
+    }
+    case Rule::Address: return true;
+    case Rule::Port: return wire::getLE16(v) != 0;
+    case Rule::Max: return v[0] <= def.max;
+    }
+    return false;
+}
+
+// A unicast address a management port can take.
+bool hostAddress(const uint8_t *a) {
+    const bool all0 = a[0] == 0 && a[1] == 0 && a[2] == 0 && a[3] == 0;
+    return !all0 && a[0] < 224;
+}
 
 std::string passwordAt(const Request &r) {
     const unsigned n = r.at(6);
@@ -88,7 +118,7 @@ Outcome setting(Context &ctx) {
     if (def == std::end(kSettings)) return reply(result::Unsupported);
     const unsigned n = form == 'A' ? r.at(19) : wire::getLE16(r.buf + 21);
     const std::size_t at = form == 'A' ? 20 : 23;
-    if (n != def->width) return reply(result::BadParameter);
+    if (n != def->width || !valueAccepted(*def, r.buf + at)) return reply(result::BadParameter);
     ctx.model.settings.values[def->name] = Bytes(r.buf + at, r.buf + at + n);
     return reply(result::Ok, true);
 }
@@ -98,16 +128,18 @@ Outcome family1F(Context &ctx) {
     if (!signatureOk(r)) return reply(result::BadParameter);
     switch (r.len) {
     case 526: return counts(ctx.model, r.at(15));
-    case 527: {  // firmware page: [17..18] page number, [19..] data
-        Settings &s = ctx.model.settings;
-        const unsigned page = wire::getLE16(r.buf + 17);
-        s.firmwarePages = page == 0 ? 1 : s.firmwarePages + 1;
-        s.lastFirmwarePage = page;
-        return reply(result::Ok, true);
-    }
+    case 527: return firmwarePage(ctx);
     case 1024: return setting(ctx);
     default: return reply(result::BadParameter);
     }
+}
+
+// Every command here but the password check and the counts query changes
+// the adapter: with a password set, it must have been checked first.
+bool passwordRequired(const Context &ctx) {
+    const Request &r = ctx.req;
+    const bool changes = r.cmd() != 0x14 && !(r.cmd() == 0x1F && r.len == 526);
+    return changes && !ctx.model.password.empty() && ctx.now > ctx.model.settings.unlockedUntil;
 }
 
 }  // namespace
@@ -115,10 +147,14 @@ Outcome family1F(Context &ctx) {
 Outcome settingsCommand(Context &ctx) {
     const Request &r = ctx.req;
     Model &m = ctx.model;
+    if (passwordRequired(ctx)) return reply(result::PasswordRequired);
     switch (r.cmd()) {
-    case 0x14:
+    case 0x14: {
         if (r.at(6) > kMaxPassword) return reply(result::BadParameter);
-        return reply(passwordAt(r) == m.password ? result::Ok : result::BadPassword);
+        const bool good = passwordAt(r) == m.password;
+        m.settings.unlockedUntil = good ? ctx.now + kUnlockSeconds : 0;
+        return reply(good ? result::Ok : result::BadPassword, true);
+    }
     case 0x32:
         if (r.at(6) > kMaxPassword) return reply(result::BadParameter);
         m.password = passwordAt(r);
@@ -133,6 +169,7 @@ Outcome settingsCommand(Context &ctx) {
         return reply(result::Ok, true);
     case 0x33: m.settings.mode = r.at(6); return reply(result::Ok, true);
     case 0x39:
+        if (!hostAddress(r.buf + 7)) return reply(result::BadParameter);
         std::copy(r.buf + 7, r.buf + 11, m.controller.localIp.begin());
         if (!m.controller.dhcp) m.controller.currentIp = m.controller.localIp;
         ctx.event(0, "Controller", "IP Address Changed");

@@ -259,6 +259,7 @@ Model modelFromJson(const json &j) {
         field(s, "beeperMuted", m.settings.beeperMuted);
         field(s, "firmwarePages", m.settings.firmwarePages);
         field(s, "lastFirmwarePage", m.settings.lastFirmwarePage);
+        field(s, "unlockedUntil", m.settings.unlockedUntil);
     }
     field(j, "password", m.password);
     field(j, "nextSerial", m.nextSerial);

@@ -151,7 +151,8 @@ json modelToJson(const Model &m) {
                      {"mode", m.settings.mode},
                      {"beeperMuted", m.settings.beeperMuted},
                      {"firmwarePages", m.settings.firmwarePages},
-                     {"lastFirmwarePage", m.settings.lastFirmwarePage}};
+                     {"lastFirmwarePage", m.settings.lastFirmwarePage},
+                     {"unlockedUntil", m.settings.unlockedUntil}};
     j["password"] = m.password;
     j["nextSerial"] = m.nextSerial;
     return j;

@@ -7,7 +7,7 @@
 pthread_mutex_t Mutex4IOCTL = PTHREAD_MUTEX_INITIALIZER;
 time_t t1 = 0;
 time_t t2 = 0;
-unsigned int WaTP = 1800;
+std::atomic<unsigned int> WaTP{1800};
 unsigned int controller_count = 1;
 
 unsigned int GetControllerCount() { return controller_count; }

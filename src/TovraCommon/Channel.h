@@ -7,6 +7,7 @@
 #include <cmpidt.h>
 #include <pthread.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
@@ -22,8 +23,9 @@ extern pthread_mutex_t Mutex4IOCTL;
 // Both are meaningful only under Mutex4IOCTL.
 extern time_t t1;
 extern time_t t2;
-// Lifetime of the providers' instance caches, in seconds.
-extern unsigned int WaTP;
+// Lifetime of the providers' instance caches, in seconds. Read without a
+// lock by every cache test; changed only by the method SetWaTP.
+extern std::atomic<unsigned int> WaTP;
 // The system serves exactly one adapter.
 extern unsigned int controller_count;
 unsigned int GetControllerCount();

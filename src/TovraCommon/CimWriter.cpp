@@ -64,17 +64,6 @@ void PropertyWriter::strArray(const char *name, const std::vector<std::string> &
     CMSetProperty(inst_, name, &arr, CMPI_stringA);
 }
 
-void PropertyWriter::strArray(const char *name, const std::vector<std::string> &values) {
-    CMPIStatus st = okStatus();
-    CMPIArray *arr = CMNewArray(broker_, static_cast<CMPICount>(values.size()), CMPI_string, &st);
-    if (st.rc != CMPI_RC_OK || arr == nullptr) return;
-    for (CMPICount i = 0; i < values.size(); ++i) {
-        CMPIString *text = CMNewString(broker_, values[i].c_str(), nullptr);
-        CMSetArrayElementAt(arr, i, &text, CMPI_string);
-    }
-    CMSetProperty(inst_, name, &arr, CMPI_stringA);
-}
-
 const char *stringOf(const CMPIData &d) {
     if (d.type != CMPI_string || (d.state & CMPI_nullValue) || d.value.string == nullptr) return nullptr;
     return CMGetCharsPtr(d.value.string, nullptr);

@@ -46,7 +46,7 @@ struct WalkContext {
 // Unsigned 32-bit age test: exactly WaTP seconds old is still fresh, and a
 // clock set backwards wraps to a huge age, so the cache is rebuilt.
 inline bool cacheIsStale(time_t now, time_t setTime) {
-    return static_cast<uint32_t>(static_cast<uint32_t>(now) - static_cast<uint32_t>(setTime)) > WaTP;
+    return static_cast<uint32_t>(static_cast<uint32_t>(now) - static_cast<uint32_t>(setTime)) > WaTP.load();
 }
 
 inline std::string opName(const char *prefix, const char *op) { return std::string(prefix) + op; }

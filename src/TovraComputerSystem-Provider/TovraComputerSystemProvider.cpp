@@ -1,5 +1,6 @@
 // "Tovra_RAIDControllerSystem": the adapter itself, the scoping system of
 // every other device (its Name is their SystemName). One instance.
+#include "ControllerSettingsMethods.h"
 #include "ModuleStamp.h"
 
 #include <cstdio>
@@ -28,6 +29,15 @@ struct RAIDComputerSystem {
     static constexpr CMPICount kCapacity = 1;
     static constexpr bool kReadsController = true;
     using Ops = tovra::CachedInstanceOps<RAIDComputerSystem>;
+
+    static CMPIStatus invokeMethod(const CMPIContext *ctx, const CMPIResult *rslt, const CMPIObjectPath *,
+                                   const char *method, const CMPIArgs *in, CMPIArgs *out) {
+        using S = tovra::ModuleState<RAIDComputerSystem>;
+        return tovra::invokeControllerSettingsMethod({S::_TovraBroker, ctx, rslt, method, in, out, [] {
+                                                          S::SetInstTime.store(0);
+                                                          S::SetObjTime.store(0);
+                                                      }});
+    }
 
     template <class Emit> static tovra::WalkResult walk(tovra::WalkContext &w, Emit &&emit) {
         const ControllerInfo &c = *w.controller;

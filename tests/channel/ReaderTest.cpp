@@ -14,6 +14,12 @@ using Parser = tovra::CommandResult (*)(int, CMD_MESSAGE_FIELD *, CMD_MESSAGE_FI
 
 class CommandResults : public ChannelTest {
 protected:
+    // The beeper commands serve as plain one-letter commands: no password.
+    void SetUp() override {
+        ChannelTest::SetUp();
+        sim::withModel([](sim::Model &m) { m.password.clear(); });
+    }
+
     // Sends one firmware command and reads its result with `parse`.
     tovra::CommandResult run(Parser parse, uint8_t command, const Bytes &params = {}) {
         tovra::ExchangeBuffers buffers("test");

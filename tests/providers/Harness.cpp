@@ -84,6 +84,7 @@ Answer fromReply(const cimhost::Reply &r) {
         a.objects.push_back(std::move(o));
     }
     if (r.returnValue) a.value = flatten(*r.returnValue);
+    a.outArgs = flattenAll(r.outArgs);
     return a;
 }
 

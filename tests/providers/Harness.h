@@ -49,6 +49,7 @@ struct Answer {
     std::string message;
     std::vector<Obj> objects;
     std::optional<Val> value;  // method return value
+    std::vector<std::pair<std::string, Val>> outArgs;  // method output arguments
     int doneCount = -1;        // how often the result was ended (direct calls only)
 };
 

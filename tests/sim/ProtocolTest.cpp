@@ -56,6 +56,7 @@ TEST_F(Protocol, PasswordFramesLeaveByte21OutOfTheChecksum) {
 
     const std::string longest = "ABCDEFGHIJKLMNO";  // 15 characters: the last one is byte 21
     EXPECT_EQ(letterOf(transact(d, passwordFrame(0x32, longest, true))), 'L');
+    EXPECT_EQ(letterOf(transact(d, passwordFrame(0x14, "0000"))), 'A');  // the change needs a check first
     EXPECT_EQ(letterOf(transact(d, passwordFrame(0x32, longest))), 'A');
     EXPECT_EQ(letterOf(transact(d, passwordFrame(0x14, longest))), 'A');
     EXPECT_EQ(letterOf(transact(d, passwordFrame(0x14, "0000"))), 'J');

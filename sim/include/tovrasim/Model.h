@@ -234,8 +234,10 @@ struct Settings {
     std::map<std::string, std::vector<uint8_t>> values;
     uint8_t mode = 0;
     bool beeperMuted = false;
-    unsigned firmwarePages = 0;
+    unsigned firmwarePages = 0;  // pages of the upload in progress (or the last one) accepted
     unsigned lastFirmwarePage = 0;
+    uint32_t unlockedUntil = 0;  // a checked password allows changes until this time
+    std::vector<uint8_t> firmwareUpload;  // the image collected so far; not persisted
 };
 
 struct Model {
