@@ -242,6 +242,7 @@ HttpServer::HttpServer(const CimService &service, const Users *users, ServerOpti
     srv.set_payload_max_length(s.options.limits.maxBytes);
     srv.set_keep_alive_timeout(s.options.keepAliveSeconds);
     srv.set_keep_alive_max_count(100);
+    srv.set_tcp_nodelay(true);  // a reply goes out as head and body: no waiting on delayed ACKs
     srv.set_read_timeout(s.options.ioTimeoutSeconds, 0);
     srv.set_write_timeout(s.options.ioTimeoutSeconds, 0);
     srv.set_pre_routing_handler([&s](const httplib::Request &req, httplib::Response &res) {
