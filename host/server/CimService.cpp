@@ -136,7 +136,19 @@ const std::vector<CimService::Intrinsic> &CimService::intrinsics() {
 }
 
 Outcome CimService::run(const CimRequest &request) const {
+    // The envelope is written first and the result straight after it, so a
+    // large answer is never copied; a failure cuts back to the envelope.
     Call c{request, {}, {}};
+    XmlWriter w(c.out);
+    c.out += "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n<CIM CIMVERSION=\"2.0\" DTDVERSION=\"2.0\">\n";
+    w.openWith("MESSAGE", {{"ID", request.messageId}, {"PROTOCOLVERSION", "1.0"}});
+    c.out += "\n<SIMPLERSP>\n";
+    const char *response = request.intrinsic ? "IMETHODRESPONSE" : "METHODRESPONSE";
+    w.openWith(response, {{"NAME", request.method}});
+    c.out += '\n';
+    const std::size_t head = c.out.size();
+    if (request.intrinsic) c.out += "<IRETURNVALUE>\n";
+
     CMPIrc rc = CMPI_RC_OK;
     std::string message;
     try {
@@ -159,19 +171,8 @@ Outcome CimService::run(const CimRequest &request) const {
         message = e.what();
     }
 
-    Outcome o;
-    o.className = c.className;
-    o.code = rc;
-    std::string &body = o.body;
-    body.reserve(c.out.size() + 512);
-    XmlWriter w(body);
-    body += "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n<CIM CIMVERSION=\"2.0\" DTDVERSION=\"2.0\">\n";
-    w.openWith("MESSAGE", {{"ID", request.messageId}, {"PROTOCOLVERSION", "1.0"}});
-    body += "\n<SIMPLERSP>\n";
-    const char *response = request.intrinsic ? "IMETHODRESPONSE" : "METHODRESPONSE";
-    w.openWith(response, {{"NAME", request.method}});
-    body += '\n';
     if (rc != CMPI_RC_OK) {
+        c.out.resize(head);
         std::string code = std::to_string(static_cast<int>(rc));
         std::string_view description = message.empty() ? standardDescription(rc) : std::string_view(message);
         if (description.empty())
@@ -179,15 +180,11 @@ Outcome CimService::run(const CimRequest &request) const {
         else
             w.openWith("ERROR", {{"CODE", code}, {"DESCRIPTION", description}}, true);
     } else if (request.intrinsic) {
-        body += "<IRETURNVALUE>\n";
-        body += c.out;
-        body += "</IRETURNVALUE>\n";
-    } else {
-        body += c.out;
+        c.out += "</IRETURNVALUE>\n";
     }
     w.close(response);
-    body += "</SIMPLERSP>\n</MESSAGE>\n</CIM>\n";
-    return o;
+    c.out += "</SIMPLERSP>\n</MESSAGE>\n</CIM>\n";
+    return Outcome{std::move(c.out), std::move(c.className), rc};
 }
 
 // ---- classes ----------------------------------------------------------------
@@ -247,23 +244,20 @@ bool listed(const std::vector<std::string> &list, std::string_view name) {
 void CimService::writeInstance(std::string &out, const InstanceV &inst, const std::string &shapeClass,
                                const std::optional<std::vector<std::string>> &propertyList) const {
     XmlWriter w(out);
-    const ClassCatalog::PropertyShape *shape = catalog_.shape(shapeClass);
+    const PropertyShape *shape = catalog_.shape(shapeClass);
     if (shape == nullptr) return w.instance(inst);
-    // Unset properties appear as NULL, unless a property list leaves them out.
-    ClassCatalog::PropertyShape narrowed;
-    if (propertyList) {
-        for (const auto &p : *shape)
-            if (listed(*propertyList, p.first) || inst.property(p.first) != nullptr) narrowed.push_back(p);
-        shape = &narrowed;
-    }
-    if (!iequals(shapeClass, inst.path.className)) {  // DeepInheritance FALSE: only the asked class's properties
-        InstanceV narrow{inst.path, {}};
-        for (const auto &[name, v] : inst.properties)
-            if (std::any_of(shape->begin(), shape->end(), [&](const auto &p) { return iequals(p.first, name); }))
-                narrow.properties.emplace_back(name, v);
-        return w.instance(narrow, shape);
-    }
-    w.instance(inst, shape);
+    const bool narrower = !iequals(shapeClass, inst.path.className);  // DeepInheritance FALSE
+    if (!propertyList && !narrower) return w.instance(inst, shape);
+    // A property list leaves out the unset properties it does not name; a
+    // superclass's shape leaves out the subclass's properties.
+    PropertyShape narrowed;
+    for (const auto &[name, type] : shape->props)
+        if (!propertyList || listed(*propertyList, name) || inst.property(name) != nullptr) narrowed.add(name, type);
+    if (!narrower) return w.instance(inst, &narrowed);
+    InstanceV narrow{inst.path, {}};
+    for (const auto &[name, v] : inst.properties)
+        if (narrowed.index.count(name) != 0) narrow.properties.emplace_back(name, v);
+    w.instance(narrow, &narrowed);
 }
 
 void CimService::getInstance(Call &c) const {
@@ -284,7 +278,7 @@ void CimService::enumerateInstances(Call &c) const {
     Reply r = host_.enumerateInstances(c.request.nameSpace, cls, props ? &*props : nullptr);
     check(r);
     XmlWriter w(c.out);
-    c.out.reserve(r.instances.size() * 4096);
+    c.out.reserve(c.out.size() + r.instances.size() * 8192);
     for (const InstanceV &inst : r.instances) {
         w.open("VALUE.NAMEDINSTANCE");
         w.instanceName(inst.path);

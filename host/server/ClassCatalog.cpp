@@ -102,7 +102,7 @@ ClassCatalog::ClassCatalog(const std::vector<std::string> &mofPaths) {
         for (const ClassDecl *c : ancestry(name)) names.insert(lowerCase(c->name));
         PropertyShape &shape = shapes_[decl->name];
         for (const PropertyDecl *p : repo_.allProperties(name))
-            shape.emplace_back(p->name, cmpiTypeOf(p->type, p->isArray));
+            shape.add(p->name, cmpiTypeOf(p->type, p->isArray));
     }
 }
 
@@ -129,7 +129,7 @@ std::vector<const ClassDecl *> ClassCatalog::subclasses(std::string_view ns, std
     return out;
 }
 
-const ClassCatalog::PropertyShape *ClassCatalog::shape(std::string_view cls) const {
+const PropertyShape *ClassCatalog::shape(std::string_view cls) const {
     auto it = shapes_.find(cls);
     return it == shapes_.end() ? nullptr : &it->second;
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "ClassRepository.h"
+#include "XmlWriter.h"
 
 #include <cmpidt.h>
 
@@ -37,7 +38,6 @@ public:
 
     // Every property of a class with its CMPI type, in declaration order
     // (inherited first): the shape instances are written in.
-    using PropertyShape = std::vector<std::pair<std::string, CMPIType>>;
     const PropertyShape *shape(std::string_view cls) const;
 
 private:

@@ -49,7 +49,18 @@ template <class T> void appendNumber(std::string &out, T v) {
 
 void appendEscaped(std::string &out, std::string_view text) {
     for (std::size_t i = 0; i < text.size();) {
+        // Plain printable ASCII goes out in one piece.
+        std::size_t run = i;
+        while (run < text.size()) {
+            auto u = static_cast<unsigned char>(text[run]);
+            if (u < 0x20 || u >= 0x7F || u == '&' || u == '<' || u == '>' || u == '"' || u == '\'') break;
+            ++run;
+        }
+        out.append(text.substr(i, run - i));
+        if (run == text.size()) break;
+        i = run;
         char c = text[i];
+        auto u = static_cast<unsigned char>(c);
         switch (c) {
             case '&': out += "&amp;"; ++i; continue;
             case '<': out += "&lt;"; ++i; continue;
@@ -58,7 +69,6 @@ void appendEscaped(std::string &out, std::string_view text) {
             case '\'': out += "&apos;"; ++i; continue;
             default: break;
         }
-        auto u = static_cast<unsigned char>(c);
         if (u < 0x20 && c != '\t' && c != '\n' && c != '\r') {
             out += kReplacement;
             ++i;
@@ -242,19 +252,26 @@ void XmlWriter::property(std::string_view name, const Value &v, CMPIType declare
     close(element);
 }
 
-void XmlWriter::instance(const cimhost::InstanceV &inst, const std::vector<std::pair<std::string, CMPIType>> *declared) {
+void XmlWriter::instance(const cimhost::InstanceV &inst, const PropertyShape *shape) {
     openWith("INSTANCE", {{"CLASSNAME", inst.path.className}});
-    if (declared != nullptr) {
-        for (const auto &[name, type] : *declared) {
-            const Value *v = inst.property(name);
-            property(name, v != nullptr ? *v : Value::null(type), type);
+    const cimhost::NamedValues &props = inst.properties;
+    if (shape != nullptr) {
+        std::vector<const Value *> slots(shape->props.size(), nullptr);
+        std::vector<std::size_t> extra;
+        for (std::size_t i = 0; i < props.size(); ++i) {
+            auto it = shape->index.find(props[i].first);
+            if (it != shape->index.end())
+                slots[it->second] = &props[i].second;
+            else
+                extra.push_back(i);
         }
-    }
-    for (const auto &[name, v] : inst.properties) {
-        bool written = false;
-        if (declared != nullptr)
-            for (const auto &d : *declared) written = written || cimhost::iequals(d.first, name);
-        if (!written) property(name, v, CMPI_null);
+        for (std::size_t k = 0; k < slots.size(); ++k) {
+            const auto &[name, type] = shape->props[k];
+            property(name, slots[k] != nullptr ? *slots[k] : Value::null(type), type);
+        }
+        for (std::size_t i : extra) property(props[i].first, props[i].second, CMPI_null);
+    } else {
+        for (const auto &[name, v] : props) property(name, v, CMPI_null);
     }
     close("INSTANCE");
 }

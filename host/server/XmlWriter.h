@@ -6,6 +6,8 @@
 
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <vector>
 
 namespace cimserver {
 
@@ -17,6 +19,16 @@ std::string escaped(std::string_view text);
 // The CIM type name of a CMPI type ("uint32", "string", "datetime"), arrays as
 // their element type.
 std::string cimTypeName(CMPIType type);
+
+// The properties an instance is written with, in order, with their types.
+struct PropertyShape {
+    std::vector<std::pair<std::string, CMPIType>> props;
+    std::unordered_map<std::string, std::size_t, cimhost::NoCaseHash, cimhost::NoCaseEqual> index;
+
+    void add(const std::string &name, CMPIType type) {
+        if (index.emplace(name, props.size()).second) props.emplace_back(name, type);
+    }
+};
 
 class XmlWriter {
 public:
@@ -37,8 +49,8 @@ public:
     // A property of the given type (from the value, or the declaration when
     // the value is an untyped NULL).
     void property(std::string_view name, const cimhost::Value &v, CMPIType declared);
-    void instance(const cimhost::InstanceV &inst,
-                  const std::vector<std::pair<std::string, CMPIType>> *declared = nullptr);
+    // Every property of the shape (unset ones as NULL), then any the shape lacks.
+    void instance(const cimhost::InstanceV &inst, const PropertyShape *shape = nullptr);
 
 private:
     void scalarText(const cimhost::Value &v);
