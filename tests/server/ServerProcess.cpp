@@ -81,11 +81,23 @@ bool waitExit(int pid, int &status, std::chrono::milliseconds limit) {
 
 }  // namespace
 
-ServerProcess::ServerProcess(std::vector<std::string> extraArgs, std::vector<std::string> extraEnv) {
+Library Library::product() {
+    return {TOVRA_MOF_DIR, std::string(TOVRA_MOF_DIR) + "/Tovra.reg", TOVRA_PROVIDER_DIR};
+}
+
+Library Library::testProvider() {
+#ifdef TEST_MOF
+    return {TEST_MOF, TEST_REGISTRATION, TEST_PROVIDER_DIR};
+#else
+    throw std::logic_error("built without the test provider");
+#endif
+}
+
+ServerProcess::ServerProcess(std::vector<std::string> extraArgs, std::vector<std::string> extraEnv,
+                             const Library &library) {
     logPath_ = tempPath("log-" + std::to_string(reinterpret_cast<uintptr_t>(this)));
-    std::vector<std::string> argv = {TOVRA_CIMD, "--mof", TOVRA_MOF_DIR, "--registration",
-                                     std::string(TOVRA_MOF_DIR) + "/Tovra.reg", "--provider-dir", TOVRA_PROVIDER_DIR,
-                                     "--port", "0"};
+    std::vector<std::string> argv = {TOVRA_CIMD,     "--mof",          library.mof, "--registration",
+                                     library.registration, "--provider-dir", library.providerDir, "--port", "0"};
     argv.insert(argv.end(), extraArgs.begin(), extraArgs.end());
     std::vector<std::string> env;
     for (char **e = environ; *e != nullptr; ++e)

@@ -7,11 +7,18 @@
 
 namespace servertest {
 
+// The provider library a server loads, with its MOF and registration.
+struct Library {
+    std::string mof, registration, providerDir;
+    static Library product();       // the Tovra providers
+    static Library testProvider();  // the host's test provider: associations and typed methods
+};
+
 class ServerProcess {
 public:
-    // Starts the server with the project's MOF, registration and providers;
-    // extraEnv entries are "NAME=value".
-    explicit ServerProcess(std::vector<std::string> extraArgs, std::vector<std::string> extraEnv = {});
+    // Starts the server with the library; extraEnv entries are "NAME=value".
+    explicit ServerProcess(std::vector<std::string> extraArgs, std::vector<std::string> extraEnv = {},
+                           const Library &library = Library::product());
     ~ServerProcess();
     ServerProcess(const ServerProcess &) = delete;
     ServerProcess &operator=(const ServerProcess &) = delete;

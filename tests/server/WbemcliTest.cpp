@@ -21,7 +21,7 @@ const char *kPool0 = R"(:Tovra_StoragePool.InstanceID="Raid Set # 000")";
 
 struct Case {
     const char *name;
-    std::vector<std::string> args;  // wbemcli arguments; "@" in an argument becomes the server URL + "/tovra/cimv2"
+    std::vector<std::string> args;  // wbemcli arguments; "@" becomes the server URL + "/tovra/cimv2", "@@" + "/test/cimv2"
     const char *user;               // "name" (password "secret"), "name:password", or nullptr: none
     int status;                     // wbemcli's exit status: 0, or 16 for a failure
     const char *expect;             // regular expression the output must contain
@@ -33,7 +33,9 @@ void runCases(const ServerProcess &server, const std::vector<Case> &cases) {
         SCOPED_TRACE(c.name);
         std::vector<std::string> argv = {"wbemcli"};
         for (std::string a : c.args) {
-            if (auto at = a.find('@'); at != std::string::npos) {
+            if (auto at = a.find('@'); at != std::string::npos && at + 1 < a.size() && a[at + 1] == '@') {
+                a.replace(at, 2, server.url("admin", "secret") + "/test/cimv2");
+            } else if (at != std::string::npos) {
                 std::string user = c.user != nullptr ? c.user : "", password = "secret";
                 if (auto colon = user.find(':'); colon != std::string::npos)
                     password = user.substr(colon + 1), user.resize(colon);
@@ -123,5 +125,27 @@ TEST(Wbemcli, WithoutAuthentication) {
                          {"cm refused", {"cm", "@:Tovra_StoragePool", "TimeCalibration"}, nullptr, 16,
                           "Caller does not have rw privileges to invoke methods"},
                      });
+    EXPECT_EQ(server.stop(), 0) << server.log();
+}
+
+// Associations and typed methods, with the host's test provider behind the
+// server: results carry paths with a host, references, out parameters.
+TEST(Wbemcli, AssociationsAndMethodsOfTheTestProvider) {
+    if (!haveWbemcli()) GTEST_SKIP() << "wbemcli is not installed";
+    ServerProcess server({"--users", usersFile()}, {}, Library::testProvider());
+    const std::string alpha = R"(@@:Test_Widget.Name="alpha")";
+    runCases(server, {
+        {"ain", {"ain", alpha}, nullptr, 0, R"(/test/cimv2:Test_Gadget.Name="g1",Id=7\n.*/test/cimv2:Test_Gadget.Name="g2",Id=8\n$)", "g3"},
+        {"ain with a result class", {"ain", "-arc", "Test_Widget", alpha}, nullptr, 0, "^$"},
+        {"ai", {"ai", alpha}, nullptr, 0, R"(Test_Gadget.Name="g1",Id=7 Name="g1",Caption=,Id=7,Owner="alpha",Weight=70)"},
+        {"rin", {"rin", alpha}, nullptr, 0, R"(Test_WidgetGadget.Holder=test/cimv2:Test_Widget.Name="alpha",Held=test/cimv2:Test_Gadget.Name="g1",Id=7\n)"},
+        {"ri", {"ri", "-ar", "Holder", alpha}, nullptr, 0, R"(Id=8 Holder=test/cimv2:Test_Widget.Name="alpha",Held=test/cimv2:Test_Gadget.Name="g2",Id=8)"},
+        {"ri from the wrong role", {"ri", "-ar", "Held", alpha}, nullptr, 0, "^$"},
+        {"cm typed by the declaration", {"cm", alpha, "Describe.Slot=3,Label=hello,Count=9,Verbose=true,Items=a,b"}, nullptr, 0,
+         "Describe: Slot=3 Label=hello Count=9 Verbose=true Items=2"},
+        {"cm with an argument out of range", {"cm", alpha, "Describe.Slot=300"}, nullptr, 16, R"(\(4\) CIM_ERR_INVALID_PARAMETER)"},
+        {"cm asks the authorization service", {"cm", alpha, "CheckAccess"}, nullptr, 0, "CheckAccess: 5"},
+        {"gi with arrays", {"gi", alpha}, nullptr, 0, R"(Tags="red","alpha",Codes=10,11)"},
+    });
     EXPECT_EQ(server.stop(), 0) << server.log();
 }
