@@ -83,16 +83,19 @@ bool Users::verify(const std::string &name, const std::string &password) const {
     const User *user = nullptr;
     for (const User &u : users_)
         if (u.name == name) user = &u;
-    if (user == nullptr) return false;
     std::string d = digest(name, password);
-    {
+    if (user != nullptr) {
         std::lock_guard lock(cacheMutex_);
         auto it = verified_.find(name);
         if (it != verified_.end() && sameBytes(it->second, d)) return true;
     }
+    // An unknown user costs the same hash as a known one: the time of a
+    // refusal tells nothing about which names exist.
+    static const std::string nobody = hashPassword("");
+    const std::string &hash = user != nullptr ? user->hash : nobody;
     auto data = std::make_unique<crypt_data>();
-    const char *result = crypt_r(password.c_str(), user->hash.c_str(), data.get());
-    bool ok = result != nullptr && result[0] != '*' && sameBytes(result, user->hash);
+    const char *result = crypt_r(password.c_str(), hash.c_str(), data.get());
+    bool ok = user != nullptr && result != nullptr && result[0] != '*' && sameBytes(result, hash);
     OPENSSL_cleanse(data.get(), sizeof(crypt_data));
     if (ok) {
         std::lock_guard lock(cacheMutex_);
