@@ -58,6 +58,11 @@ struct CimService::Call {
         const NamedParam *p = request.param(name);
         return p == nullptr || p->value.kind == RawValue::Kind::Null ? nullptr : &p->value;
     }
+    // Flags the operation accepts but does not act on (see the header):
+    // checked to be booleans all the same.
+    void ignoredFlags(std::initializer_list<const char *> names) const {
+        for (const char *n : names) flag(n, false);
+    }
     bool flag(const char *name, bool fallback) const {
         const RawValue *v = raw(name);
         if (v == nullptr) return fallback;
@@ -262,7 +267,7 @@ void CimService::writeInstance(std::string &out, const InstanceV &inst, const st
 
 void CimService::getInstance(Call &c) const {
     ObjectPathV path = c.instance("InstanceName");
-    c.flag("LocalOnly", true), c.flag("IncludeQualifiers", false), c.flag("IncludeClassOrigin", false);
+    c.ignoredFlags({"LocalOnly", "IncludeQualifiers", "IncludeClassOrigin"});
     auto props = c.propertyList();
     Reply r = host_.getInstance(path, props ? &*props : nullptr);
     check(r);
@@ -273,7 +278,7 @@ void CimService::getInstance(Call &c) const {
 void CimService::enumerateInstances(Call &c) const {
     std::string cls = c.requiredClass("ClassName");
     bool deep = c.flag("DeepInheritance", true);
-    c.flag("LocalOnly", true), c.flag("IncludeQualifiers", false), c.flag("IncludeClassOrigin", false);
+    c.ignoredFlags({"LocalOnly", "IncludeQualifiers", "IncludeClassOrigin"});
     auto props = c.propertyList();
     Reply r = host_.enumerateInstances(c.request.nameSpace, cls, props ? &*props : nullptr);
     check(r);
@@ -323,7 +328,7 @@ void CimService::writeObjects(Call &c, const Reply &reply, bool names) const {
 void CimService::associators(Call &c) const {
     ObjectPathV path = c.instance("ObjectName");
     AssocFilter f{c.optionalClass("AssocClass"), c.optionalClass("ResultClass"), c.text("Role"), c.text("ResultRole")};
-    c.flag("IncludeQualifiers", false), c.flag("IncludeClassOrigin", false);
+    c.ignoredFlags({"IncludeQualifiers", "IncludeClassOrigin"});
     auto props = c.propertyList();
     Reply r = host_.associators(path, f, props ? &*props : nullptr);
     check(r);
@@ -341,7 +346,7 @@ void CimService::associatorNames(Call &c) const {
 void CimService::references(Call &c) const {
     ObjectPathV path = c.instance("ObjectName");
     std::string resultClass = c.optionalClass("ResultClass"), role = c.text("Role");
-    c.flag("IncludeQualifiers", false), c.flag("IncludeClassOrigin", false);
+    c.ignoredFlags({"IncludeQualifiers", "IncludeClassOrigin"});
     auto props = c.propertyList();
     Reply r = host_.references(path, resultClass, role, props ? &*props : nullptr);
     check(r);

@@ -135,6 +135,17 @@ std::optional<std::pair<std::string, std::string>> basicCredentials(const std::s
     return std::make_pair(raw.substr(0, colon), raw.substr(colon + 1));
 }
 
+// application/xml or text/xml, with no charset or UTF-8.
+bool xmlInUtf8(const std::string &contentType) {
+    std::string type = cimhost::lowerCase(contentType);
+    bool xml = type.rfind("application/xml", 0) == 0 || type.rfind("text/xml", 0) == 0;
+    std::size_t charset = type.find("charset=");
+    if (charset == std::string::npos) return xml;
+    std::string_view value = std::string_view(type).substr(charset + 8);
+    if (!value.empty() && value.front() == '"') value.remove_prefix(1);
+    return xml && value.rfind("utf-8", 0) == 0;
+}
+
 bool versionMajorIs(const std::string &v, char major) {
     return !v.empty() && v[0] == major && (v.size() == 1 || v[1] == '.');
 }
@@ -185,15 +196,8 @@ struct HttpServer::Impl {
         if (req.has_header("CIMProtocolVersion") && !versionMajorIs(req.get_header_value("CIMProtocolVersion"), '1'))
             return refuse(res, 501, "unsupported-protocol-version");
         if (req.has_header("CIMBatch")) return refuse(res, 501, "multiple-requests-unsupported");
-        if (req.has_header("Content-Type")) {
-            std::string type = req.get_header_value("Content-Type");
-            std::string lowered = cimhost::lowerCase(type);
-            bool xml = lowered.rfind("application/xml", 0) == 0 || lowered.rfind("text/xml", 0) == 0;
-            std::size_t charset = lowered.find("charset=");
-            bool utf8 = charset == std::string::npos || lowered.find("utf-8", charset) == charset + 8 ||
-                        lowered.find("\"utf-8\"", charset) == charset + 8;
-            if (!xml || !utf8) return refuse(res, 400, "request-not-valid");
-        }
+        if (req.has_header("Content-Type") && !xmlInUtf8(req.get_header_value("Content-Type")))
+            return refuse(res, 400, "request-not-valid");
 
         DecodeResult decoded = decodeRequest(req.body, options.limits);
         if (auto *error = std::get_if<RequestError>(&decoded))
