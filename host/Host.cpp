@@ -37,7 +37,16 @@ void normalize(Reply &r) {
     if (r.returnValue) rt::toClientForm(*r.returnValue);
 }
 
+thread_local const Host::ThreadPrincipal *threadPrincipal = nullptr;
+
 }  // namespace
+
+Host::ThreadPrincipal::ThreadPrincipal(std::string user, HostOptions::PrincipalEntry entry)
+    : user_(std::move(user)), entry_(entry), outer_(threadPrincipal) {
+    threadPrincipal = this;
+}
+
+Host::ThreadPrincipal::~ThreadPrincipal() { threadPrincipal = outer_; }
 
 Host::Host(HostOptions options) : principal_(options.principal), principalEntry_(options.principalEntry) {
     core_ = std::make_unique<HostCore>(std::move(options));
@@ -47,9 +56,11 @@ Host::~Host() = default;
 
 CallContext Host::baseContext() const {
     CallContext cc;
-    std::lock_guard lock(principalMutex_);
-    switch (principalEntry_) {
-        case HostOptions::PrincipalEntry::Named: setNamed(cc.entries, CMPIPrincipal, Value::string(principal_)); break;
+    std::unique_lock lock(principalMutex_, std::defer_lock);
+    if (threadPrincipal == nullptr) lock.lock();
+    const std::string &principal = threadPrincipal != nullptr ? threadPrincipal->user_ : principal_;
+    switch (threadPrincipal != nullptr ? threadPrincipal->entry_ : principalEntry_) {
+        case HostOptions::PrincipalEntry::Named: setNamed(cc.entries, CMPIPrincipal, Value::string(principal)); break;
         case HostOptions::PrincipalEntry::NullText:
             setNamed(cc.entries, CMPIPrincipal, Value::null(CMPI_string));
             cc.nullText.push_back(CMPIPrincipal);

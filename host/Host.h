@@ -76,6 +76,22 @@ public:
     // The principal of later requests.
     void setPrincipal(const std::string &user,
                       HostOptions::PrincipalEntry entry = HostOptions::PrincipalEntry::Named);
+    // While one lives, requests made on the constructing thread carry this
+    // principal instead of setPrincipal's: a server serves several users at once.
+    class ThreadPrincipal {
+    public:
+        explicit ThreadPrincipal(std::string user,
+                                 HostOptions::PrincipalEntry entry = HostOptions::PrincipalEntry::Named);
+        ~ThreadPrincipal();
+        ThreadPrincipal(const ThreadPrincipal &) = delete;
+        ThreadPrincipal &operator=(const ThreadPrincipal &) = delete;
+
+    private:
+        friend class Host;
+        std::string user_;
+        HostOptions::PrincipalEntry entry_;
+        const ThreadPrincipal *outer_;
+    };
 
     // Runs body as one request with the raw broker and the request's context:
     // what it makes through the broker is released when it returns.

@@ -4,7 +4,8 @@
 set -euo pipefail
 
 packages=(g++ cmake ninja-build pkg-config libgtest-dev libgmock-dev libbenchmark-dev
-          nlohmann-json3-dev libcli11-dev zlib1g-dev)
+          nlohmann-json3-dev libcli11-dev zlib1g-dev
+          libcpp-httplib-dev libxml2-dev libssl-dev libcrypt-dev sblim-wbemcli)
 
 missing=()
 for p in "${packages[@]}"; do

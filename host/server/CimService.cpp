@@ -1,0 +1,436 @@
+#include "CimService.h"
+
+#include "Schema.h"
+#include "XmlWriter.h"
+
+#include <algorithm>
+#include <array>
+
+namespace cimserver {
+
+using namespace cimhost;
+
+namespace {
+
+// A failure that ends a call with an ERROR element.
+struct Failure {
+    CMPIrc rc;
+    std::string message;
+};
+
+[[noreturn]] void fail(CMPIrc rc, std::string message) { throw Failure{rc, std::move(message)}; }
+
+constexpr std::array<const char *, 18> kDescriptions = {
+    "",
+    "General failure",
+    "Access denied",
+    "Invalid namespace",
+    "Invalid parameter",
+    "Invalid class",
+    "Object not found",
+    "Operation not supported",
+    "Class has subclasses",
+    "Class has instances",
+    "Invalid superclass",
+    "Object already exists",
+    "No such property",
+    "Type mismatch",
+    "Query language not supported",
+    "Invalid query",
+    "Method not available",
+    "Method not found",
+};
+
+}  // namespace
+
+std::string_view standardDescription(int code) {
+    return code > 0 && code < static_cast<int>(kDescriptions.size()) ? kDescriptions[static_cast<size_t>(code)] : "";
+}
+
+// One running request: its parameters, read with the operation's defaults,
+// and the IRETURNVALUE content written so far.
+struct CimService::Call {
+    const CimRequest &request;
+    std::string out;
+    std::string className;
+
+    const RawValue *raw(const char *name) const {
+        const NamedParam *p = request.param(name);
+        return p == nullptr || p->value.kind == RawValue::Kind::Null ? nullptr : &p->value;
+    }
+    // Flags the operation accepts but does not act on (see the header):
+    // checked to be booleans all the same.
+    void ignoredFlags(std::initializer_list<const char *> names) const {
+        for (const char *n : names) flag(n, false);
+    }
+    bool flag(const char *name, bool fallback) const {
+        const RawValue *v = raw(name);
+        if (v == nullptr) return fallback;
+        if (v->kind == RawValue::Kind::Text) {
+            if (iequals(v->text, "true")) return true;
+            if (iequals(v->text, "false")) return false;
+        }
+        fail(CMPI_RC_ERR_INVALID_PARAMETER, std::string(name) + " must be TRUE or FALSE");
+    }
+    std::string optionalClass(const char *name) const {
+        const RawValue *v = raw(name);
+        if (v == nullptr) return {};
+        if (v->kind != RawValue::Kind::ClassName) fail(CMPI_RC_ERR_INVALID_PARAMETER, std::string(name) + " must be a CLASSNAME");
+        return v->text;
+    }
+    std::string requiredClass(const char *name) {
+        std::string cls = optionalClass(name);
+        if (cls.empty()) fail(CMPI_RC_ERR_INVALID_PARAMETER, std::string(name) + " is required");
+        className = cls;
+        return cls;
+    }
+    std::string text(const char *name) const {
+        const RawValue *v = raw(name);
+        if (v == nullptr) return {};
+        if (v->kind != RawValue::Kind::Text) fail(CMPI_RC_ERR_INVALID_PARAMETER, std::string(name) + " must be a VALUE");
+        return v->text;
+    }
+    std::optional<std::vector<std::string>> propertyList() const {
+        const RawValue *v = raw("PropertyList");
+        if (v == nullptr) return std::nullopt;
+        if (v->kind != RawValue::Kind::Array) fail(CMPI_RC_ERR_INVALID_PARAMETER, "PropertyList must be a VALUE.ARRAY");
+        std::vector<std::string> names;
+        for (const auto &item : v->items)
+            if (item) names.push_back(*item);
+        return names;
+    }
+    // An instance path in the request's namespace.
+    ObjectPathV instance(const char *name) {
+        const RawValue *v = raw(name);
+        if (v != nullptr && v->kind == RawValue::Kind::ClassName)
+            fail(CMPI_RC_ERR_NOT_SUPPORTED, "association requests on a class are not supported");
+        if (v == nullptr || v->kind != RawValue::Kind::InstanceName)
+            fail(CMPI_RC_ERR_INVALID_PARAMETER, std::string(name) + " must be an INSTANCENAME");
+        ObjectPathV path = v->path;
+        path.ns = request.nameSpace;
+        className = path.className;
+        return path;
+    }
+};
+
+CimService::CimService(Host &host, const ClassCatalog &catalog, std::string hostName)
+    : host_(host), catalog_(catalog), hostName_(std::move(hostName)) {}
+
+const std::vector<CimService::Intrinsic> &CimService::intrinsics() {
+    static const std::vector<Intrinsic> table = {
+        {"GetClass", &CimService::getClass,
+         {"ClassName", "LocalOnly", "IncludeQualifiers", "IncludeClassOrigin", "PropertyList"}},
+        {"EnumerateClasses", &CimService::enumerateClasses,
+         {"ClassName", "DeepInheritance", "LocalOnly", "IncludeQualifiers", "IncludeClassOrigin"}},
+        {"EnumerateClassNames", &CimService::enumerateClassNames, {"ClassName", "DeepInheritance"}},
+        {"GetInstance", &CimService::getInstance,
+         {"InstanceName", "LocalOnly", "IncludeQualifiers", "IncludeClassOrigin", "PropertyList"}},
+        {"EnumerateInstances", &CimService::enumerateInstances,
+         {"ClassName", "LocalOnly", "DeepInheritance", "IncludeQualifiers", "IncludeClassOrigin", "PropertyList"}},
+        {"EnumerateInstanceNames", &CimService::enumerateInstanceNames, {"ClassName"}},
+        {"Associators", &CimService::associators,
+         {"ObjectName", "AssocClass", "ResultClass", "Role", "ResultRole", "IncludeQualifiers", "IncludeClassOrigin",
+          "PropertyList"}},
+        {"AssociatorNames", &CimService::associatorNames,
+         {"ObjectName", "AssocClass", "ResultClass", "Role", "ResultRole"}},
+        {"References", &CimService::references,
+         {"ObjectName", "ResultClass", "Role", "IncludeQualifiers", "IncludeClassOrigin", "PropertyList"}},
+        {"ReferenceNames", &CimService::referenceNames, {"ObjectName", "ResultClass", "Role"}},
+    };
+    return table;
+}
+
+Outcome CimService::run(const CimRequest &request) const {
+    // The envelope is written first and the result straight after it, so a
+    // large answer is never copied; a failure cuts back to the envelope.
+    Call c{request, {}, {}};
+    XmlWriter w(c.out);
+    c.out += "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n<CIM CIMVERSION=\"2.0\" DTDVERSION=\"2.0\">\n";
+    w.openWith("MESSAGE", {{"ID", request.messageId}, {"PROTOCOLVERSION", "1.0"}});
+    c.out += "\n<SIMPLERSP>\n";
+    const char *response = request.intrinsic ? "IMETHODRESPONSE" : "METHODRESPONSE";
+    w.openWith(response, {{"NAME", request.method}});
+    c.out += '\n';
+    const std::size_t head = c.out.size();
+    if (request.intrinsic) c.out += "<IRETURNVALUE>\n";
+
+    CMPIrc rc = CMPI_RC_OK;
+    std::string message;
+    try {
+        if (request.intrinsic) {
+            auto it = std::find_if(intrinsics().begin(), intrinsics().end(),
+                                   [&](const Intrinsic &i) { return iequals(i.name, request.method); });
+            if (it == intrinsics().end()) fail(CMPI_RC_ERR_NOT_SUPPORTED, request.method + " is not supported");
+            for (const NamedParam &p : request.params)
+                if (std::none_of(it->params.begin(), it->params.end(), [&](const char *n) { return iequals(n, p.name); }))
+                    fail(CMPI_RC_ERR_INVALID_PARAMETER, request.method + " has no parameter " + p.name);
+            (this->*(it->handler))(c);
+        } else {
+            invokeMethod(c);
+        }
+    } catch (const Failure &f) {
+        rc = f.rc;
+        message = f.message;
+    } catch (const std::exception &e) {
+        rc = CMPI_RC_ERR_FAILED;
+        message = e.what();
+    }
+
+    if (rc != CMPI_RC_OK) {
+        c.out.resize(head);
+        std::string code = std::to_string(static_cast<int>(rc));
+        std::string_view description = message.empty() ? standardDescription(rc) : std::string_view(message);
+        if (description.empty())
+            w.openWith("ERROR", {{"CODE", code}}, true);
+        else
+            w.openWith("ERROR", {{"CODE", code}, {"DESCRIPTION", description}}, true);
+    } else if (request.intrinsic) {
+        c.out += "</IRETURNVALUE>\n";
+    }
+    w.close(response);
+    c.out += "</SIMPLERSP>\n</MESSAGE>\n</CIM>\n";
+    return Outcome{std::move(c.out), std::move(c.className), rc};
+}
+
+// ---- classes ----------------------------------------------------------------
+
+void CimService::getClass(Call &c) const {
+    std::string cls = c.requiredClass("ClassName");
+    ClassQuery q{c.flag("LocalOnly", true), c.flag("IncludeQualifiers", true), c.flag("IncludeClassOrigin", false),
+                 c.propertyList()};
+    if (!catalog_.hasNamespace(c.request.nameSpace))
+        fail(CMPI_RC_ERR_INVALID_NAMESPACE, "namespace '" + c.request.nameSpace + "' does not exist");
+    const ClassDecl *decl = catalog_.find(c.request.nameSpace, cls);
+    if (decl == nullptr) fail(CMPI_RC_ERR_NOT_FOUND, "class " + cls + " does not exist");
+    catalog_.appendClass(c.out, *decl, q);
+}
+
+void CimService::enumerateClasses(Call &c) const {
+    std::string parent = c.optionalClass("ClassName");
+    c.className = parent;
+    bool deep = c.flag("DeepInheritance", false);
+    ClassQuery q{c.flag("LocalOnly", true), c.flag("IncludeQualifiers", true), c.flag("IncludeClassOrigin", false),
+                 std::nullopt};
+    if (!catalog_.hasNamespace(c.request.nameSpace))
+        fail(CMPI_RC_ERR_INVALID_NAMESPACE, "namespace '" + c.request.nameSpace + "' does not exist");
+    if (!parent.empty() && catalog_.find(c.request.nameSpace, parent) == nullptr)
+        fail(CMPI_RC_ERR_INVALID_CLASS, "class " + parent + " does not exist");
+    for (const ClassDecl *decl : catalog_.subclasses(c.request.nameSpace, parent, deep))
+        catalog_.appendClass(c.out, *decl, q);
+}
+
+void CimService::enumerateClassNames(Call &c) const {
+    std::string parent = c.optionalClass("ClassName");
+    c.className = parent;
+    bool deep = c.flag("DeepInheritance", false);
+    if (!catalog_.hasNamespace(c.request.nameSpace))
+        fail(CMPI_RC_ERR_INVALID_NAMESPACE, "namespace '" + c.request.nameSpace + "' does not exist");
+    if (!parent.empty() && catalog_.find(c.request.nameSpace, parent) == nullptr)
+        fail(CMPI_RC_ERR_INVALID_CLASS, "class " + parent + " does not exist");
+    XmlWriter w(c.out);
+    for (const ClassDecl *decl : catalog_.subclasses(c.request.nameSpace, parent, deep))
+        w.openWith("CLASSNAME", {{"NAME", decl->name}}, true);
+}
+
+// ---- instances --------------------------------------------------------------
+
+namespace {
+
+void check(const Reply &r) {
+    if (!r.ok()) fail(r.rc, r.message);
+}
+
+bool listed(const std::vector<std::string> &list, std::string_view name) {
+    return std::any_of(list.begin(), list.end(), [&](const std::string &n) { return iequals(n, name); });
+}
+
+}  // namespace
+
+void CimService::writeInstance(std::string &out, const InstanceV &inst, const std::string &shapeClass,
+                               const std::optional<std::vector<std::string>> &propertyList) const {
+    XmlWriter w(out);
+    const PropertyShape *shape = catalog_.shape(shapeClass);
+    if (shape == nullptr) return w.instance(inst);
+    const bool narrower = !iequals(shapeClass, inst.path.className);  // DeepInheritance FALSE
+    if (!propertyList && !narrower) return w.instance(inst, shape);
+    // A property list leaves out the unset properties it does not name; a
+    // superclass's shape leaves out the subclass's properties.
+    PropertyShape narrowed;
+    for (const auto &[name, type] : shape->props)
+        if (!propertyList || listed(*propertyList, name) || inst.property(name) != nullptr) narrowed.add(name, type);
+    if (!narrower) return w.instance(inst, &narrowed);
+    InstanceV narrow{inst.path, {}};
+    for (const auto &[name, v] : inst.properties)
+        if (narrowed.index.count(name) != 0) narrow.properties.emplace_back(name, v);
+    w.instance(narrow, &narrowed);
+}
+
+void CimService::getInstance(Call &c) const {
+    ObjectPathV path = c.instance("InstanceName");
+    c.ignoredFlags({"LocalOnly", "IncludeQualifiers", "IncludeClassOrigin"});
+    auto props = c.propertyList();
+    Reply r = host_.getInstance(path, props ? &*props : nullptr);
+    check(r);
+    if (r.instances.empty()) fail(CMPI_RC_ERR_NOT_FOUND, "");
+    writeInstance(c.out, r.instances.front(), r.instances.front().path.className, props);
+}
+
+void CimService::enumerateInstances(Call &c) const {
+    std::string cls = c.requiredClass("ClassName");
+    bool deep = c.flag("DeepInheritance", true);
+    c.ignoredFlags({"LocalOnly", "IncludeQualifiers", "IncludeClassOrigin"});
+    auto props = c.propertyList();
+    Reply r = host_.enumerateInstances(c.request.nameSpace, cls, props ? &*props : nullptr);
+    check(r);
+    XmlWriter w(c.out);
+    c.out.reserve(c.out.size() + r.instances.size() * 8192);
+    for (const InstanceV &inst : r.instances) {
+        w.open("VALUE.NAMEDINSTANCE");
+        w.instanceName(inst.path);
+        writeInstance(c.out, inst, deep ? inst.path.className : cls, props);
+        w.close("VALUE.NAMEDINSTANCE");
+    }
+}
+
+void CimService::enumerateInstanceNames(Call &c) const {
+    std::string cls = c.requiredClass("ClassName");
+    Reply r = host_.enumerateInstanceNames(c.request.nameSpace, cls);
+    check(r);
+    XmlWriter w(c.out);
+    for (const ObjectPathV &p : r.paths) w.instanceName(p);
+}
+
+// ---- associations -----------------------------------------------------------
+
+void CimService::writeObjects(Call &c, const Reply &reply, bool names) const {
+    XmlWriter w(c.out);
+    auto withNamespace = [&](ObjectPathV p) {
+        if (p.ns.empty()) p.ns = c.request.nameSpace;
+        return p;
+    };
+    if (names) {
+        for (const ObjectPathV &p : reply.paths) {
+            w.open("OBJECTPATH");
+            w.instancePath(withNamespace(p), hostName_);
+            w.close("OBJECTPATH");
+        }
+        return;
+    }
+    auto props = c.propertyList();
+    for (const InstanceV &inst : reply.instances) {
+        w.open("VALUE.OBJECTWITHPATH");
+        w.instancePath(withNamespace(inst.path), hostName_);
+        writeInstance(c.out, inst, inst.path.className, props);
+        w.close("VALUE.OBJECTWITHPATH");
+    }
+}
+
+void CimService::associators(Call &c) const {
+    ObjectPathV path = c.instance("ObjectName");
+    AssocFilter f{c.optionalClass("AssocClass"), c.optionalClass("ResultClass"), c.text("Role"), c.text("ResultRole")};
+    c.ignoredFlags({"IncludeQualifiers", "IncludeClassOrigin"});
+    auto props = c.propertyList();
+    Reply r = host_.associators(path, f, props ? &*props : nullptr);
+    check(r);
+    writeObjects(c, r, false);
+}
+
+void CimService::associatorNames(Call &c) const {
+    ObjectPathV path = c.instance("ObjectName");
+    AssocFilter f{c.optionalClass("AssocClass"), c.optionalClass("ResultClass"), c.text("Role"), c.text("ResultRole")};
+    Reply r = host_.associatorNames(path, f);
+    check(r);
+    writeObjects(c, r, true);
+}
+
+void CimService::references(Call &c) const {
+    ObjectPathV path = c.instance("ObjectName");
+    std::string resultClass = c.optionalClass("ResultClass"), role = c.text("Role");
+    c.ignoredFlags({"IncludeQualifiers", "IncludeClassOrigin"});
+    auto props = c.propertyList();
+    Reply r = host_.references(path, resultClass, role, props ? &*props : nullptr);
+    check(r);
+    writeObjects(c, r, false);
+}
+
+void CimService::referenceNames(Call &c) const {
+    ObjectPathV path = c.instance("ObjectName");
+    std::string resultClass = c.optionalClass("ResultClass"), role = c.text("Role");
+    Reply r = host_.referenceNames(path, resultClass, role);
+    check(r);
+    writeObjects(c, r, true);
+}
+
+// ---- methods ----------------------------------------------------------------
+
+namespace {
+
+// A parameter as sent: typed after PARAMTYPE when the client gave one; else
+// text (or text array, or reference) for the host to type after the method's
+// declaration.
+Value argument(const NamedParam &p, const std::string &ns) {
+    const RawValue &v = p.value;
+    std::optional<CMPIType> type;
+    if (!p.paramType.empty()) {
+        if (iequals(p.paramType, "reference")) {
+            type = CMPI_ref;
+        } else if (auto t = cimTypeFromName(p.paramType)) {
+            type = cmpiTypeOf(*t, false);
+        } else {
+            fail(CMPI_RC_ERR_INVALID_PARAMETER, "parameter " + p.name + " has unknown PARAMTYPE " + p.paramType);
+        }
+    }
+    auto parsed = [&](CMPIType t, const std::string &text) {
+        auto value = Value::parse(t, text);
+        if (!value) fail(CMPI_RC_ERR_INVALID_PARAMETER, "parameter " + p.name + " is not a " + p.paramType);
+        return *value;
+    };
+    switch (v.kind) {
+        case RawValue::Kind::Null: return type ? Value::null(*type) : Value();
+        case RawValue::Kind::Text: return type ? parsed(*type, v.text) : Value::string(v.text);
+        case RawValue::Kind::Array: {
+            CMPIType element = type ? *type : CMPIType(CMPI_string);
+            Value::Array items;
+            for (const auto &item : v.items) items.push_back(item ? parsed(element, *item) : Value::null(element));
+            return Value::array(element, std::move(items));
+        }
+        case RawValue::Kind::InstanceName:
+        case RawValue::Kind::Reference: {
+            ObjectPathV path = v.path;
+            if (path.ns.empty()) path.ns = ns;
+            return Value::ref(std::move(path));
+        }
+        case RawValue::Kind::ClassName: {
+            ObjectPathV path;
+            path.ns = ns;
+            path.className = v.text;
+            return Value::ref(std::move(path));
+        }
+        case RawValue::Kind::Other: break;
+    }
+    fail(CMPI_RC_ERR_INVALID_PARAMETER, "parameter " + p.name + " holds a value this server does not take");
+}
+
+}  // namespace
+
+void CimService::invokeMethod(Call &c) const {
+    const CimRequest &req = c.request;
+    c.className = req.target.className;
+    NamedValues args;
+    for (const NamedParam &p : req.params) args.emplace_back(p.name, argument(p, req.nameSpace));
+    Reply r = host_.invokeMethod(req.target, req.method, args);
+    check(r);
+    XmlWriter w(c.out);
+    if (r.returnValue && !r.returnValue->isNull()) {
+        w.openWith("RETURNVALUE", {{"PARAMTYPE", cimTypeName(r.returnValue->type())}});
+        w.value(*r.returnValue);
+        w.close("RETURNVALUE");
+    }
+    for (const auto &[name, v] : r.outArgs) {
+        w.openWith("PARAMVALUE", {{"NAME", name}, {"PARAMTYPE", cimTypeName(v.type())}});
+        w.value(v);
+        w.close("PARAMVALUE");
+    }
+}
+
+}  // namespace cimserver

@@ -1,0 +1,72 @@
+// Runs decoded CIM-XML requests on the host and writes the response
+// messages. Instance, association and method operations go to the host as
+// they are; class operations are answered from the class catalog.
+//
+// Choices where a stock CIMOM leaves one:
+//  - LocalOnly, IncludeQualifiers and IncludeClassOrigin of instance
+//    operations are accepted and ignored (instances carry every property,
+//    no qualifiers and no class origin).
+//  - Instances list every property of their class, unset ones as NULL; a
+//    PropertyList narrows them (keys stay); DeepInheritance FALSE keeps the
+//    properties of the class that was asked for.
+//  - GetInstance that the provider answers with no instance is NOT_FOUND.
+//  - Association requests on a class (not an instance) are NOT_SUPPORTED.
+//  - Intrinsic operations other than the eleven served answer NOT_SUPPORTED.
+#pragma once
+
+#include "CimRequest.h"
+#include "ClassCatalog.h"
+#include "Host.h"
+
+#include <string>
+
+namespace cimserver {
+
+struct Outcome {
+    std::string body;       // the whole response message
+    std::string className;  // the class the request was about, for the log
+    int code = 0;           // CIM status code of the answer
+};
+
+class CimService {
+public:
+    CimService(cimhost::Host &host, const ClassCatalog &catalog, std::string hostName);
+
+    // Runs on the calling thread with whatever principal the caller set.
+    Outcome run(const CimRequest &request) const;
+
+private:
+    struct Call;
+    using Handler = void (CimService::*)(Call &) const;
+    struct Intrinsic {
+        const char *name;
+        Handler handler;
+        std::vector<const char *> params;
+    };
+    static const std::vector<Intrinsic> &intrinsics();
+
+    void getClass(Call &c) const;
+    void enumerateClasses(Call &c) const;
+    void enumerateClassNames(Call &c) const;
+    void getInstance(Call &c) const;
+    void enumerateInstances(Call &c) const;
+    void enumerateInstanceNames(Call &c) const;
+    void associators(Call &c) const;
+    void associatorNames(Call &c) const;
+    void references(Call &c) const;
+    void referenceNames(Call &c) const;
+    void invokeMethod(Call &c) const;
+
+    void writeInstance(std::string &out, const cimhost::InstanceV &inst, const std::string &shapeClass,
+                       const std::optional<std::vector<std::string>> &propertyList) const;
+    void writeObjects(Call &c, const cimhost::Reply &reply, bool names) const;
+
+    cimhost::Host &host_;
+    const ClassCatalog &catalog_;
+    std::string hostName_;
+};
+
+// Default descriptions of the standard status codes 1 to 17 (empty for others).
+std::string_view standardDescription(int code);
+
+}  // namespace cimserver

@@ -1,0 +1,180 @@
+// The subtle rules of the CIM-XML layer, one table each: what the request
+// decoder reads, how text is escaped, and what a users file may hold.
+#include "CimRequest.h"
+#include "Users.h"
+#include "XmlWriter.h"
+
+#include <gtest/gtest.h>
+
+using namespace cimserver;
+
+namespace {
+
+std::string wrap(const std::string &call) {
+    return R"(<?xml version="1.0" encoding="utf-8" ?><CIM CIMVERSION="2.0" DTDVERSION="2.0"><MESSAGE ID="42" PROTOCOLVERSION="1.0"><SIMPLEREQ>)" +
+           call + "</SIMPLEREQ></MESSAGE></CIM>";
+}
+const std::string kNs = R"(<LOCALNAMESPACEPATH><NAMESPACE NAME="tovra"></NAMESPACE><NAMESPACE NAME="cimv2"/></LOCALNAMESPACEPATH>)";
+
+std::string imethod(const std::string &params) { return wrap(R"(<IMETHODCALL NAME="GetInstance">)" + kNs + params + "</IMETHODCALL>"); }
+
+}  // namespace
+
+TEST(CimXmlDecode, ReadsWhatClientsSend) {
+    struct Case {
+        const char *name;
+        std::string body;
+        std::function<void(const CimRequest &)> check;
+    };
+    const std::vector<Case> cases = {
+        {"both NAMESPACE forms", imethod(""),
+         [](const CimRequest &r) {
+             EXPECT_EQ(r.nameSpace, "tovra/cimv2");
+             EXPECT_EQ(r.messageId, "42");
+             EXPECT_TRUE(r.intrinsic);
+         }},
+        {"character references and CDATA decode to UTF-8",
+         imethod(R"(<IPARAMVALUE NAME="Role"><VALUE>&#252;&lt;<![CDATA[a&b]]></VALUE></IPARAMVALUE>)"),
+         [](const CimRequest &r) { EXPECT_EQ(r.param("role")->value.text, "\xC3\xBC<a&b"); }},
+        {"whitespace in a VALUE is kept", imethod(R"(<IPARAMVALUE NAME="Role"><VALUE> a	b
+</VALUE></IPARAMVALUE>)"),
+         [](const CimRequest &r) { EXPECT_EQ(r.param("Role")->value.text, " a\tb\n"); }},
+        {"no child is NULL; VALUE.NULL in arrays",
+         imethod(R"(<IPARAMVALUE NAME="A"/><IPARAMVALUE NAME="B"><VALUE.ARRAY><VALUE>x</VALUE><VALUE.NULL/></VALUE.ARRAY></IPARAMVALUE>)"),
+         [](const CimRequest &r) {
+             EXPECT_EQ(r.param("A")->value.kind, RawValue::Kind::Null);
+             const RawValue &b = r.param("B")->value;
+             ASSERT_EQ(b.items.size(), 2u);
+             EXPECT_EQ(*b.items[0], "x");
+             EXPECT_FALSE(b.items[1].has_value());
+         }},
+        {"keys: text, typed, and references with a host",
+         imethod(R"(<IPARAMVALUE NAME="InstanceName"><INSTANCENAME CLASSNAME="C"><KEYBINDING NAME="S"><KEYVALUE>v</KEYVALUE></KEYBINDING><KEYBINDING NAME="N"><KEYVALUE VALUETYPE="numeric" TYPE="uint16">7</KEYVALUE></KEYBINDING><KEYBINDING NAME="R"><VALUE.REFERENCE><INSTANCEPATH><NAMESPACEPATH><HOST>h</HOST><LOCALNAMESPACEPATH><NAMESPACE NAME="root"/></LOCALNAMESPACEPATH></NAMESPACEPATH><INSTANCENAME CLASSNAME="D"><KEYBINDING NAME="K"><KEYVALUE VALUETYPE="boolean">TRUE</KEYVALUE></KEYBINDING></INSTANCENAME></INSTANCEPATH></VALUE.REFERENCE></KEYBINDING></INSTANCENAME></IPARAMVALUE>)"),
+         [](const CimRequest &r) {
+             const cimhost::ObjectPathV &p = r.param("InstanceName")->value.path;
+             EXPECT_EQ(p.className, "C");
+             EXPECT_EQ(p.key("S")->asString(), "v");
+             EXPECT_EQ(p.key("N")->type(), CMPI_uint16);
+             EXPECT_EQ(p.key("N")->asUnsigned(), 7u);
+             const cimhost::ObjectPathV &ref = p.key("R")->asRef();
+             EXPECT_EQ(ref.host, "h");
+             EXPECT_EQ(ref.ns, "root");
+             EXPECT_EQ(ref.key("K")->asString(), "TRUE");
+         }},
+        {"method call on an instance with typed and untyped parameters",
+         wrap(R"(<METHODCALL NAME="M"><LOCALINSTANCEPATH>)" + kNs +
+              R"(<INSTANCENAME CLASSNAME="C"><KEYBINDING NAME="K"><KEYVALUE>1</KEYVALUE></KEYBINDING></INSTANCENAME></LOCALINSTANCEPATH><PARAMVALUE NAME="A" PARAMTYPE="uint32"><VALUE>5</VALUE></PARAMVALUE><PARAMVALUE NAME="B"><VALUE.ARRAY><VALUE>1</VALUE></VALUE.ARRAY></PARAMVALUE></METHODCALL>)"),
+         [](const CimRequest &r) {
+             EXPECT_FALSE(r.intrinsic);
+             EXPECT_FALSE(r.classTarget);
+             EXPECT_EQ(r.target.ns, "tovra/cimv2");
+             EXPECT_EQ(r.param("A")->paramType, "uint32");
+             EXPECT_EQ(r.param("B")->paramType, "");
+             EXPECT_EQ(r.param("B")->value.kind, RawValue::Kind::Array);
+         }},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        DecodeResult d = decodeRequest(c.body);
+        ASSERT_TRUE(std::holds_alternative<CimRequest>(d)) << std::get<RequestError>(d).detail;
+        c.check(std::get<CimRequest>(d));
+    }
+}
+
+TEST(CimXmlDecode, RefusesWhatIsNotARequest) {
+    using K = RequestError::Kind;
+    struct Case {
+        const char *name;
+        std::string body;
+        K kind;
+    };
+    const std::vector<Case> cases = {
+        {"two roots", imethod("") + "<CIM/>", K::NotWellFormed},
+        {"parameter given twice", imethod(R"(<IPARAMVALUE NAME="A"/><IPARAMVALUE NAME="a"/>)"), K::NotValid},
+        {"KEYVALUE not of its TYPE", imethod(R"(<IPARAMVALUE NAME="I"><INSTANCENAME CLASSNAME="C"><KEYBINDING NAME="N"><KEYVALUE TYPE="uint8">300</KEYVALUE></KEYBINDING></INSTANCENAME></IPARAMVALUE>)"), K::NotValid},
+        {"NAMESPACE without NAME", wrap(R"(<IMETHODCALL NAME="X"><LOCALNAMESPACEPATH><NAMESPACE/></LOCALNAMESPACEPATH></IMETHODCALL>)"), K::NotValid},
+        {"element inside VALUE", imethod(R"(<IPARAMVALUE NAME="A"><VALUE><B/></VALUE></IPARAMVALUE>)"), K::NotValid},
+        {"METHODCALL without a path", wrap(R"(<METHODCALL NAME="M"><PARAMVALUE NAME="A"/></METHODCALL>)"), K::NotValid},
+        {"DTD version 3", std::string(R"(<CIM CIMVERSION="2.0" DTDVERSION="3.1"/>)"), K::UnsupportedDtdVersion},
+        {"internal DTD subset", "<!DOCTYPE CIM [<!ELEMENT CIM ANY>]>" + imethod("").substr(39), K::NotValid},
+        {"external DTD", "<!DOCTYPE CIM SYSTEM \"http://127.0.0.1:1/cim.dtd\">" + imethod("").substr(39), K::NotValid},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        DecodeResult d = decodeRequest(c.body);
+        ASSERT_TRUE(std::holds_alternative<RequestError>(d));
+        EXPECT_EQ(static_cast<int>(std::get<RequestError>(d).kind), static_cast<int>(c.kind)) << std::get<RequestError>(d).detail;
+    }
+}
+
+TEST(CimXmlWrite, EscapesText) {
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {R"(a<b & c>"d" 'e')", "a&lt;b &amp; c&gt;&quot;d&quot; &apos;e&apos;"},
+        {"tab\tand\nline", "tab\tand\nline"},
+        {"\xC3\xBC and \xE2\x82\xAC", "\xC3\xBC and \xE2\x82\xAC"},
+        {"bell\x07", "bell\xEF\xBF\xBD"},
+        {"latin-1 \xFC", "latin-1 \xEF\xBF\xBD"},
+        {"cut \xE2\x82", "cut \xEF\xBF\xBD\xEF\xBF\xBD"},
+        {"overlong \xC0\xAF", "overlong \xEF\xBF\xBD\xEF\xBF\xBD"},
+        {"surrogate \xED\xA0\x80", "surrogate \xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},
+    };
+    for (const auto &[in, out] : cases) EXPECT_EQ(escaped(in), out) << in;
+}
+
+TEST(CimXmlWrite, ValuesAndKeys) {
+    using cimhost::Value;
+    struct Case {
+        Value value;
+        const char *xml;
+    };
+    cimhost::ObjectPathV ref{"tovra/cimv2", "C", "", {{"K", Value::boolean(true)}, {"N", Value::u32(3)}}};
+    const std::vector<Case> cases = {
+        {Value::boolean(false), "<VALUE>FALSE</VALUE>\n"},
+        {Value::s64(-9223372036854775807LL), "<VALUE>-9223372036854775807</VALUE>\n"},
+        {Value::u64(18446744073709551615ULL), "<VALUE>18446744073709551615</VALUE>\n"},
+        {Value::real32(1.5f), "<VALUE>1.5</VALUE>\n"},
+        {Value::char16(0xFC), "<VALUE>\xC3\xBC</VALUE>\n"},
+        {Value::null(CMPI_string), ""},
+        {Value::array(CMPI_uint16, {Value::u16(1), Value::null(CMPI_uint16)}), "<VALUE.ARRAY><VALUE>1</VALUE>\n<VALUE.NULL/></VALUE.ARRAY>\n"},
+        {Value::ref(ref),
+         "<VALUE.REFERENCE><LOCALINSTANCEPATH><LOCALNAMESPACEPATH><NAMESPACE NAME=\"tovra\"/>\n<NAMESPACE NAME=\"cimv2\"/>\n</LOCALNAMESPACEPATH>\n"
+         "<INSTANCENAME CLASSNAME=\"C\"><KEYBINDING NAME=\"K\"><KEYVALUE VALUETYPE=\"boolean\">TRUE</KEYVALUE>\n</KEYBINDING>\n"
+         "<KEYBINDING NAME=\"N\"><KEYVALUE VALUETYPE=\"numeric\">3</KEYVALUE>\n</KEYBINDING>\n</INSTANCENAME>\n</LOCALINSTANCEPATH>\n</VALUE.REFERENCE>\n"},
+    };
+    for (const Case &c : cases) {
+        std::string out;
+        XmlWriter(out).value(c.value);
+        EXPECT_EQ(out, c.xml) << c.value.toText();
+    }
+}
+
+TEST(UsersFile, AcceptsHashesOnly) {
+    const std::string hash = hashPassword("pw");
+    struct Case {
+        const char *name;
+        std::string text;
+        bool loads;
+    };
+    const std::vector<Case> cases = {
+        {"hash and level", "# comment\n\nalice:" + hash + ":5\n", true},
+        {"SHA-512 hash", "bob:$6$salt$abcdefghijklmnop:1\n", true},
+        {"plain-text password", "alice:secret:5\n", false},
+        {"missing level", "alice:" + hash + "\n", false},
+        {"level out of range", "alice:" + hash + ":256\n", false},
+        {"user listed twice", "a:" + hash + ":1\na:" + hash + ":2\n", false},
+        {"empty name", ":" + hash + ":1\n", false},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        if (c.loads)
+            EXPECT_NO_THROW(Users::parse(c.text, "users"));
+        else
+            EXPECT_THROW(Users::parse(c.text, "users"), std::runtime_error);
+    }
+    Users users = Users::parse("alice:" + hash + ":5\n", "users");
+    EXPECT_EQ(users.all().front().level, 5u);
+    EXPECT_TRUE(users.verify("alice", "pw"));
+    EXPECT_TRUE(users.verify("alice", "pw"));  // remembered
+    EXPECT_FALSE(users.verify("alice", "PW"));
+    EXPECT_FALSE(users.verify("bob", "pw"));
+}

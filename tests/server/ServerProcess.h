@@ -1,0 +1,57 @@
+// tovra-cimd as a client meets it: the built server in its own process, with
+// the simulator preloaded, listening on a free loopback port.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace servertest {
+
+// The provider library a server loads, with its MOF and registration.
+struct Library {
+    std::string mof, registration, providerDir;
+    static Library product();       // the Tovra providers
+    static Library testProvider();  // the host's test provider: associations and typed methods
+};
+
+class ServerProcess {
+public:
+    // Starts the server with the library; extraEnv entries are "NAME=value".
+    explicit ServerProcess(std::vector<std::string> extraArgs, std::vector<std::string> extraEnv = {},
+                           const Library &library = Library::product());
+    ~ServerProcess();
+    ServerProcess(const ServerProcess &) = delete;
+    ServerProcess &operator=(const ServerProcess &) = delete;
+
+    int port() const { return port_; }
+    std::string url(const std::string &user = {}, const std::string &password = {}) const;
+    // SIGTERM, then the exit status (-1 when it did not end in time or died of a signal).
+    int stop();
+    std::string log() const;  // what it wrote to standard error
+
+private:
+    int pid_ = -1;
+    int port_ = 0;
+    std::string logPath_;
+};
+
+// A users file with admin:secret (level 5) and reader:secret (level 1).
+const std::string &usersFile();
+
+struct Run {
+    int status = -1;
+    std::string output;  // standard output and error together
+};
+// Runs a program (searched in PATH) without the preload.
+Run runProgram(const std::vector<std::string> &argv);
+
+// Sends raw bytes, then reads until the server closes or the timeout passes.
+std::string rawExchange(int port, const std::string &request, int timeoutMs = 10000);
+
+// A complete CIM operation request; headers given replace the defaults.
+std::string cimPost(const std::string &body, const std::vector<std::pair<std::string, std::string>> &headers = {},
+                    bool credentials = true);
+// The XML of an intrinsic call in tovra/cimv2 with the given IPARAMVALUEs.
+std::string intrinsicBody(const std::string &method, const std::string &params, const std::string &ns = "tovra/cimv2");
+
+}  // namespace servertest
