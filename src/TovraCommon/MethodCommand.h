@@ -26,12 +26,14 @@ using CommandReader = CommandResult (*)(int fd, CMD_MESSAGE_FIELD *reassembly, C
 enum class OnSendFailure { Failed, Success };
 
 // What an operation function needs besides its frame: the reader of its
-// result, the message of a failed allocation (may be null), and the status of
-// a request that could not be written (1 with no text, or success with no text).
-struct CommandSpec {
+// result, the message of a failed allocation (may be null), the status of a
+// request that could not be written (1 with no text, or success with no text)
+// and the status of a failed allocation (100, or success for the event reads).
+struct CommandPlan {
     CommandReader reader;
     const char *allocFailed = nullptr;
     OnSendFailure onSendFailure = OnSendFailure::Failed;
+    CMPIrc allocFailedCode = CMPI_RC_ERROR_SYSTEM;
 };
 
 // The broker string of a text, or null for none.
@@ -43,14 +45,14 @@ inline CMPIString *brokerString(const CMPIBroker *broker, const char *text) {
 // Mutex4IOCTL around `send(rc, fd, request)` and, when the write went out,
 // the reader. The status carries the result's code and text (a broker string).
 template <class Send>
-CMPIStatus runCommand(const CMPIBroker *broker, int fd, const char *caller, const CommandSpec &spec, Send &&send) {
+CMPIStatus runCommand(const CMPIBroker *broker, int fd, const char *caller, const CommandPlan &plan, Send &&send) {
     ExchangeBuffers buffers(caller);
-    if (!buffers.ok()) return CMPIStatus{CMPI_RC_ERROR_SYSTEM, brokerString(broker, spec.allocFailed)};
+    if (!buffers.ok()) return CMPIStatus{plan.allocFailedCode, brokerString(broker, plan.allocFailed)};
     IoctlLock lock;
     CMPIStatus rc = okStatus();
     if (!send(&rc, fd, buffers.request()))
-        return makeStatus(spec.onSendFailure == OnSendFailure::Failed ? CMPI_RC_ERR_FAILED : CMPI_RC_OK);
-    const CommandResult result = spec.reader(fd, buffers.reassembly(), buffers.reply());
+        return makeStatus(plan.onSendFailure == OnSendFailure::Failed ? CMPI_RC_ERR_FAILED : CMPI_RC_OK);
+    const CommandResult result = plan.reader(fd, buffers.reassembly(), buffers.reply());
     return CMPIStatus{static_cast<CMPIrc>(result.code), brokerString(broker, result.text)};
 }
 

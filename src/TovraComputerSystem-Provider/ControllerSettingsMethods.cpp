@@ -18,7 +18,7 @@ namespace {
 constexpr std::initializer_list<const char *> kInfoReaders = {"Tovra_PortController", "Tovra_SoftwareIdentity"};
 constexpr std::initializer_list<const char *> kNoReaders = {};
 
-const CommandSpec kSettingsCommand{ParseSySCommandCode};
+const CommandPlan kSettingsCommand{ParseSySCommandCode};
 
 // One method call: its argument checks with messages that name the method and
 // the argument, and its firmware command.

@@ -22,8 +22,8 @@ bool sendTarget(CMPIStatus *rc, int fd, CMD_MESSAGE_FIELD *m, uint8_t command, u
 template <class Send>
 CMPIStatus passThroughCommand(const CMPIBroker *broker, int fd, const char *allocFailed, const char *caller,
                               Send &&send) {
-    const tovra::CommandSpec spec{ParseDiskDriveCommandCode, allocFailed, tovra::OnSendFailure::Success};
-    return tovra::runCommand(broker, fd, caller, spec, std::forward<Send>(send));
+    const tovra::CommandPlan plan{ParseDiskDriveCommandCode, allocFailed, tovra::OnSendFailure::Success};
+    return tovra::runCommand(broker, fd, caller, plan, std::forward<Send>(send));
 }
 
 // The target of a pass-through method: "enc" (not 0) and "slt", then for

@@ -11,7 +11,9 @@ namespace {
 
 constexpr unsigned kMaxEvents = 256;  // the index is one byte
 
-const CommandSpec kEventCommand{ParseSySCommandCode};
+// Reading or polling an event: buffers that cannot be had leave the result at
+// success (the failure is logged with the function's name).
+const CommandPlan kEventCommand{ParseSySCommandCode, nullptr, OnSendFailure::Failed, CMPI_RC_OK};
 
 std::string fixedText(const uint8_t *p, std::size_t width) {
     std::string s(reinterpret_cast<const char *>(p), std::find(p, p + width, 0) - p);
@@ -63,8 +65,8 @@ bool SendPollEvent(CMPIStatus *rc, int fd, CMD_MESSAGE_FIELD *buf) { return send
 
 CMPIStatus ClearEvent(const CMPIBroker *broker, int fd) {
     logDebug("%s: Sarting\n", "ClearEvent");
-    const CommandSpec spec{ParseSySCommandCode, "ClearEvent: Memory Allocation Failed."};
-    return runCommand(broker, fd, "ClearEvent", spec,
+    const CommandPlan plan{ParseSySCommandCode, "ClearEvent: Memory Allocation Failed."};
+    return runCommand(broker, fd, "ClearEvent", plan,
                       [&](CMPIStatus *rc, int f, CMD_MESSAGE_FIELD *m) { return SendClearEvent(rc, f, m); });
 }
 

@@ -45,13 +45,15 @@ struct EventLog {
                                    const char *method, const CMPIArgs *in, CMPIArgs *);
 };
 
-// "ClearLog" takes no argument; another name answers success without ending
-// the result.
+// "ClearLog" takes no argument; refused arguments and any other name answer
+// without ending the result.
 CMPIStatus EventLog::invokeMethod(const CMPIContext *, const CMPIResult *rslt, const CMPIObjectPath *,
                                   const char *method, const CMPIArgs *in, CMPIArgs *) {
     if (method == nullptr || std::strcmp(method, "ClearLog") != 0) return tovra::okStatus();
-    tovra::requireArgCount("ClearLog", tovra::ArgReader(in).count(), 0);
     const CMPIBroker *broker = tovra::ModuleState<EventLog>::_TovraBroker;
+    if (tovra::ArgReader(in).count() != 0)
+        return CMPIStatus{static_cast<CMPIrc>(49),
+                          CMNewString(broker, "ClearLog: incorrect args number were received.", nullptr)};
     CMPIStatus st = tovra::makeStatus(CMPI_RC_ERROR_SYSTEM);
     {
         tovra::DeviceFd device;

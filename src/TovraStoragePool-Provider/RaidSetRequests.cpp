@@ -17,7 +17,7 @@ constexpr std::size_t kNameWidth = 16;
 constexpr std::size_t kExpandPairsAt = 11;
 constexpr std::size_t kExpandMaxPairs = (1029 - kExpandPairsAt) / 2;
 
-const tovra::CommandSpec kRaidSetCommand{ParseRAIDSetCommandCode};
+const tovra::CommandPlan kRaidSetCommand{ParseRAIDSetCommandCode};
 
 bool sendSetNumber(CMPIStatus *rc, int fd, CMD_MESSAGE_FIELD *m, uint8_t command, uint8_t raid_no) {
     const uint8_t params[] = {static_cast<uint8_t>(raid_no - 1)};

@@ -11,7 +11,7 @@ using tovra::sendFrame;
 namespace {
 
 constexpr uint8_t kFixedByte38 = 0x04;
-const tovra::CommandSpec kVolumeCommand{ParseVolumeCommandCode};
+const tovra::CommandPlan kVolumeCommand{ParseVolumeCommandCode};
 
 // The part both create and modify share, from [6]: the set or volume byte,
 // the name at [7..22], the capacity at [23..30], then level, stripe, 0, id,

@@ -144,7 +144,7 @@ TEST_F(EventLogMethods, ClearLogTimeCalibrationAndOtherNames) {
     const Case cases[] = {
         {"clear", "ClearLog", {}, {CMPI_RC_OK, "OK"}, "OK", 1, 1},
         {"clear with an argument", "ClearLog", {{"All", In::u32(1)}},
-         {static_cast<CMPIrc>(49), "ClearLog: incorrect args number were received."}, std::nullopt, 1, 0},
+         {static_cast<CMPIrc>(49), "ClearLog: incorrect args number were received."}, std::nullopt, 0, 0},
         {"lower case", "clearlog", {}, {CMPI_RC_OK, ""}, std::nullopt, 0, 0},
         {"calibration", "TimeCalibration", {{"Any", In::u32(1)}}, {CMPI_RC_OK, "OK"}, "OK", 1, 0},
     };
@@ -179,7 +179,7 @@ TEST_F(EventLogMethods, TheLogListsEventsNewestFirstAndChangesAddTheirs) {
     ASSERT_EQ(before.objects.size(), 1u);
     const Obj &log = before.objects[0];
     EXPECT_EQ(log.num("Events"), 3u);
-    ASSERT_EQ(log.prop("EventRecords")->kind, Val::Kind::Other);  // a string array
+    ASSERT_EQ(log.prop("EventRecords")->kind, Val::Kind::Texts);
     ASSERT_EQ(invoke("Tovra_StorageVolume", "DeleteVolume", {{"Num", In::u32(3)}}).rc, CMPI_RC_OK);
     ASSERT_EQ(invoke(kLog, "TimeCalibration").rc, CMPI_RC_OK);
     const Answer after = enumInstances(kLog);
