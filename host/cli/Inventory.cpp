@@ -55,7 +55,7 @@ Classes gather(Host &host) {
     for (const char *cls :
          {"Tovra_RAIDControllerSystem", "Tovra_PortController", "Tovra_SoftwareIdentity", "Tovra_Battery",
           "Tovra_SASSATAPort", "Tovra_PhysicalPackage", "Tovra_Chassis", "Tovra_DiskDriveSlot", "Tovra_DiskDrive",
-          "Tovra_DiskExtent", "Tovra_StoragePool", "Tovra_StorageVolume", "Tovra_DefaultStorageSetting"}) {
+          "Tovra_DiskExtent", "Tovra_StoragePool", "Tovra_StorageVolume", "Tovra_DefaultStorageSetting", "Tovra_EventLog"}) {
         Reply r = host.enumerateInstances(kNs, cls);
         c.failed = c.failed || !r.ok();
         c.replies.emplace(cls, std::move(r));
@@ -239,6 +239,18 @@ void printSettings(std::ostream &out, const Classes &c) {
         out << "    " << std::left << std::setw(8) << text(s, "InstanceID") << ' ' << text(s, "Description") << '\n';
 }
 
+// The newest events only: the whole log is in the JSON report and in the instance.
+void printEvents(std::ostream &out, const Classes &c) {
+    constexpr size_t kShown = 10;
+    for (const InstanceV &log : c.of("Tovra_EventLog")) {
+        const std::vector<Value> &events = list(log, "EventRecords");
+        out << "\nEvent log (" << number(log, "Events") << " events";
+        if (events.size() > kShown) out << ", newest " << kShown << " shown";
+        out << ")\n";
+        for (size_t i = 0; i < events.size() && i < kShown; ++i) out << "    " << events[i].toText() << '\n';
+    }
+}
+
 }  // namespace
 
 int printInventory(Host &host, std::ostream &out, bool json) {
@@ -267,6 +279,7 @@ int printInventory(Host &host, std::ostream &out, bool json) {
         printExtents(out, c);
         printPoolsAndVolumes(out, c);
         printSettings(out, c);
+        printEvents(out, c);
         for (const auto &[cls, reply] : c.replies)
             if (!reply.ok()) out << "\n" << cls << ": " << errorText(reply) << '\n';
     }
