@@ -63,6 +63,7 @@ std::vector<std::pair<std::string, Val>> flattenAll(const cimhost::NamedValues &
 
 Obj fromPath(const cimhost::ObjectPathV &p) {
     Obj o;
+    o.path = p.toString();
     o.ns = p.ns;
     o.className = p.className;
     o.keys = flattenAll(p.keys);
@@ -89,6 +90,10 @@ cimhost::Value toValue(const In &in) {
         case In::Kind::Uint32: return cimhost::Value::u32(static_cast<uint32_t>(in.number));
         case In::Kind::Uint8: return cimhost::Value::u8(static_cast<uint8_t>(in.number));
         case In::Kind::Null: return cimhost::Value::null(CMPI_string);
+        case In::Kind::Ref: {
+            auto path = cimhost::ObjectPathV::parse(in.text);
+            return path ? cimhost::Value::ref(*path) : cimhost::Value::null(CMPI_ref);
+        }
     }
     return {};
 }
@@ -137,6 +142,24 @@ Answer invoke(const std::string &cls, const std::string &method, const Keys &arg
     cimhost::NamedValues in;
     for (const auto &[name, value] : args) in.emplace_back(name, toValue(value));
     return fromReply(host().invokeMethod(pathOf(cls, {}, ns), method, in));
+}
+
+cimhost::ObjectPathV parsed(const std::string &text) {
+    auto path = cimhost::ObjectPathV::parse(text);
+    if (!path) throw std::invalid_argument("not a path: " + text);
+    return *path;
+}
+Answer associatorNames(const std::string &source, const AssocFilter &f) {
+    return fromReply(host().associatorNames(parsed(source), {f.assocClass, f.resultClass, f.role, f.resultRole}));
+}
+Answer associators(const std::string &source, const AssocFilter &f) {
+    return fromReply(host().associators(parsed(source), {f.assocClass, f.resultClass, f.role, f.resultRole}));
+}
+Answer referenceNames(const std::string &source, const std::string &assocClass, const std::string &role) {
+    return fromReply(host().referenceNames(parsed(source), assocClass, role));
+}
+Answer references(const std::string &source, const std::string &assocClass, const std::string &role) {
+    return fromReply(host().references(parsed(source), assocClass, role));
 }
 
 void inRequest(const std::function<void(const CMPIBroker *, const CMPIContext *)> &body) {

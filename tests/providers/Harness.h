@@ -31,6 +31,7 @@ struct Val {
 };
 
 struct Obj {
+    std::string path;  // the path as text
     std::string ns;
     std::string className;
     std::vector<std::pair<std::string, Val>> keys;
@@ -53,13 +54,14 @@ using KeyList = std::vector<std::pair<std::string, std::string>>;
 
 // Typed key or argument value handed to the host.
 struct In {
-    enum class Kind { Text, Uint32, Uint8, Null } kind;
+    enum class Kind { Text, Uint32, Uint8, Null, Ref } kind;
     std::string text;
     uint64_t number = 0;
     static In str(std::string s) { return {Kind::Text, std::move(s), 0}; }
     static In u32(uint64_t n) { return {Kind::Uint32, {}, n}; }
     static In u8(uint64_t n) { return {Kind::Uint8, {}, n}; }
     static In null() { return {Kind::Null, {}, 0}; }
+    static In ref(std::string pathText) { return {Kind::Ref, std::move(pathText), 0}; }
 };
 using Keys = std::vector<std::pair<std::string, In>>;
 
@@ -72,6 +74,16 @@ Answer enumInstances(const std::string &cls, const std::string &ns = kNs,
 Answer getInstance(const std::string &cls, const Keys &keys, const std::string &ns = kNs);
 Answer invoke(const std::string &cls, const std::string &method, const Keys &args = {},
               const std::string &ns = kNs);
+
+// Association requests from the object whose path text is given
+// ("ns:Class.Key=\"v\""); an empty text is no filter.
+struct AssocFilter {
+    std::string assocClass, resultClass, role, resultRole;
+};
+Answer associatorNames(const std::string &source, const AssocFilter &f = {});
+Answer associators(const std::string &source, const AssocFilter &f = {});
+Answer referenceNames(const std::string &source, const std::string &assocClass = {}, const std::string &role = {});
+Answer references(const std::string &source, const std::string &assocClass = {}, const std::string &role = {});
 
 // Runs body inside a host request, with the host's broker and a context
 // carrying the test principal.
