@@ -1,4 +1,5 @@
-// "Tovra_AllocatedFromStoragePool": Volumes and the RAID set (pool) they are allocated from, by RAID set number.
+// "Tovra_AllocatedFromStoragePool": volumes and the RAID set (pool) they are
+// allocated from, by RAID set number.
 #include "AssociationStamp.h"
 
 namespace {

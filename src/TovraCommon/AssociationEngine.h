@@ -215,6 +215,7 @@ private:
                 if (rc.rc != CMPI_RC_OK || CMIsNullObject(aop)) return;
             }
             const KeyRule rule = D.enumRule();
+            const bool tolerant = D.tolerantInnerLoop && Names;
             while (CMHasNext(rights, &rc)) {
                 CMPIData r = CMGetNext(rights, &rc);
                 if (rc.rc != CMPI_RC_OK || notAnInstance(r)) return;
@@ -225,14 +226,14 @@ private:
                 }
                 CMPIEnumeration *lefts = CBEnumInstances(b, ctx, leftOp, nullptr, &rc);
                 if (rc.rc != CMPI_RC_OK || CMIsNullObject(lefts)) {
-                    if (D.tolerantInnerLoop) continue;
+                    if (tolerant) continue;
                     return;
                 }
                 while (CMHasNext(lefts, &rc)) {
                     CMPIData l = CMGetNext(lefts, &rc);
                     if (rc.rc != CMPI_RC_OK) return;
                     if (notAnInstance(l)) {
-                        if (D.tolerantInnerLoop) continue;
+                        if (tolerant) continue;
                         return;
                     }
                     if (rule != KeyRule::AllPairs) {

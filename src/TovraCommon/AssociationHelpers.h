@@ -35,8 +35,8 @@ struct AssociationDescriptor {
     // Enumerated association paths live in the request's namespace instead
     // of "tovra/cimv2".
     bool namesInRequestNameSpace = false;
-    // An inner enumeration that fails, or a null element, skips to the next
-    // outer instance instead of ending the request.
+    // In EnumInstanceNames, an inner enumeration that fails, or a null
+    // element, skips to the next outer instance instead of ending the request.
     bool tolerantInnerLoop = false;
     // GetInstance logs a null reference key.
     bool reportNullReference = true;

@@ -1,4 +1,5 @@
-// "Tovra_ComputerSystemSoftwareIdentity": The adapter's software: an identity whose id contains the controller's name.
+// "Tovra_ComputerSystemSoftwareIdentity": the adapter's software: an identity
+// whose id contains the controller's name.
 #include "AssociationStamp.h"
 
 namespace {

@@ -1,4 +1,5 @@
-// "Tovra_ConcreteComponent": A RAID set (pool) and the extents of its member disks, by RAID set number.
+// "Tovra_ConcreteComponent": a RAID set (pool) and the extents of its member
+// disks, by RAID set number.
 #include "AssociationStamp.h"
 
 namespace {

@@ -1,4 +1,5 @@
-// "Tovra_Container": An enclosure (chassis) and its drive slots: the slot's enclosure text is the chassis tag.
+// "Tovra_Container": an enclosure (chassis) and its drive slots: the slot's
+// enclosure text is the chassis tag.
 #include "AssociationStamp.h"
 
 namespace {

@@ -1,9 +1,9 @@
-// "Tovra_ControllerConformsToProfile": The port controller conforms to the registered profile. The profile lives
-// in the interop namespace, so the associator and enumerate operations look
-// for each end in its own namespace; the associators do not fetch the source;
-// the enumerated names take the request's namespace; a failed inner
-// enumeration skips to the next profile; the association table's cleanup is
-// AssociationCleanup.
+// "Tovra_ControllerConformsToProfile": the port controller conforms to the
+// registered profile. The profile lives in the interop namespace, so the
+// associator and enumerate operations look for each end in its own namespace.
+// Kept as they are: the associators do not fetch the source, the enumerated
+// names take the request's namespace, a failed inner enumeration skips to the
+// next profile, and the association table's cleanup is AssociationCleanup.
 #include "AssociationStamp.h"
 
 namespace {
@@ -14,7 +14,8 @@ struct ControllerConformsToProfile {
         .cls = "Tovra_ControllerConformsToProfile",
         .superClass = "CIM_ElementConformsToProfile",
         .left = {"Tovra_PortController", "ManagedElement", "CIM_PortController", nullptr, tovra::TovraNameSpace},
-        .right = {"Tovra_RegisteredProfile", "ConformantStandard", "CIM_RegisteredProfile", nullptr, tovra::InteropNameSpace},
+        .right = {"Tovra_RegisteredProfile", "ConformantStandard", "CIM_RegisteredProfile", nullptr,
+                  tovra::InteropNameSpace},
         .rule = tovra::KeyRule::AllPairs,
         .associatorsFetchSource = false,
         .namesInRequestNameSpace = true,

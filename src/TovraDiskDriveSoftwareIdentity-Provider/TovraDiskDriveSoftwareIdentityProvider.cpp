@@ -1,4 +1,5 @@
-// "Tovra_DiskDriveSoftwareIdentity": A disk's firmware: an identity whose id contains the disk's id.
+// "Tovra_DiskDriveSoftwareIdentity": a disk's firmware: an identity whose id
+// contains the disk's id.
 #include "AssociationStamp.h"
 
 namespace {

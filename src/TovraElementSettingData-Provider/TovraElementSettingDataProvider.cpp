@@ -1,4 +1,5 @@
-// "Tovra_ElementSettingData": A volume and the default setting of its RAID level.
+// "Tovra_ElementSettingData": a volume and the default setting of its RAID
+// level.
 #include "AssociationStamp.h"
 
 namespace {

@@ -1,4 +1,4 @@
-// "Tovra_HostedStoragePool": The controller system and every storage pool.
+// "Tovra_HostedStoragePool": the controller system and every storage pool.
 #include "AssociationStamp.h"
 
 namespace {

@@ -1,4 +1,5 @@
-// "Tovra_LogicalIdentity": The port controller and the controller system: one adapter seen twice.
+// "Tovra_LogicalIdentity": the port controller and the controller system: one
+// adapter seen twice.
 #include "AssociationStamp.h"
 
 namespace {

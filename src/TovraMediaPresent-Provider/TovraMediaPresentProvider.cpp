@@ -1,4 +1,4 @@
-// "Tovra_MediaPresent": A disk and the extent on it, by serial number.
+// "Tovra_MediaPresent": a disk and the extent on it, by serial number.
 #include "AssociationStamp.h"
 
 namespace {

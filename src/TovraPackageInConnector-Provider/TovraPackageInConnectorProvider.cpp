@@ -1,4 +1,4 @@
-// "Tovra_PackageInConnector": A disk's package and the slot it sits in, by tag.
+// "Tovra_PackageInConnector": a disk's package and the slot it sits in, by tag.
 #include "AssociationStamp.h"
 
 namespace {

@@ -1,4 +1,5 @@
-// "Tovra_RealizesDiskDrive": A disk's package and the disk drive it realises, by tag.
+// "Tovra_RealizesDiskDrive": a disk's package and the disk drive it realises,
+// by tag.
 #include "AssociationStamp.h"
 
 namespace {

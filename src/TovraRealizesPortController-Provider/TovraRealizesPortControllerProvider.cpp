@@ -1,7 +1,7 @@
-// "Tovra_RealizesPortController": The package that realises the port controller. The roles sit on the ends
-// opposite to the usual order, and the enumerations pair a package whose tag
-// merely contains the controller's id, which the associator operations do not:
-// both kept deliberately.
+// "Tovra_RealizesPortController": the package that realises the port
+// controller. The roles sit on the ends opposite to the usual order, and the
+// enumerations pair a package whose tag merely contains the controller's id,
+// which the associator operations do not: both kept deliberately.
 #include "AssociationStamp.h"
 
 namespace {

@@ -1,5 +1,5 @@
-// "Tovra_SystemDeviceBattery": The controller system and its battery. GetInstance ends silently on a null
-// reference.
+// "Tovra_SystemDeviceBattery": the controller system and its battery.
+// GetInstance ends silently on a null reference.
 #include "AssociationStamp.h"
 
 namespace {

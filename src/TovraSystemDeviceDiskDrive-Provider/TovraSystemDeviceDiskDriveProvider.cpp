@@ -1,4 +1,4 @@
-// "Tovra_SystemDeviceDiskDrive": The controller system and every disk drive.
+// "Tovra_SystemDeviceDiskDrive": the controller system and every disk drive.
 #include "AssociationStamp.h"
 
 namespace {

@@ -1,4 +1,5 @@
-// "Tovra_SystemDeviceSASSATAPort": The controller system and every SAS/SATA port.
+// "Tovra_SystemDeviceSASSATAPort": the controller system and every SAS/SATA
+// port.
 #include "AssociationStamp.h"
 
 namespace {

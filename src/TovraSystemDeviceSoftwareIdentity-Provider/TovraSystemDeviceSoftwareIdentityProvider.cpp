@@ -1,5 +1,5 @@
-// "Tovra_SystemDeviceSoftwareIdentity": The controller system and every software identity, under the system-device
-// association (kept so).
+// "Tovra_SystemDeviceSoftwareIdentity": the controller system and every
+// software identity, under the system-device association (kept so).
 #include "AssociationStamp.h"
 
 namespace {

@@ -1,4 +1,5 @@
-// "Tovra_SystemDeviceStorageVolume": The controller system and every storage volume.
+// "Tovra_SystemDeviceStorageVolume": the controller system and every storage
+// volume.
 #include "AssociationStamp.h"
 
 namespace {

@@ -1,4 +1,4 @@
-// "Tovra_SystemPackaging": The controller system and every chassis.
+// "Tovra_SystemPackaging": the controller system and every chassis.
 #include "AssociationStamp.h"
 
 namespace {
