@@ -44,12 +44,22 @@ void BM_DisksWarm(benchmark::State &s) { enumerate(s, "Tovra_DiskDrive", false);
 void BM_VolumesCold(benchmark::State &s) { enumerate(s, "Tovra_StorageVolume", true); }
 void BM_VolumesWarm(benchmark::State &s) { enumerate(s, "Tovra_StorageVolume", false); }
 void BM_SlotsWarm(benchmark::State &s) { enumerate(s, "Tovra_DiskDriveSlot", false); }
+// The adapter's own classes: one identity and one package per disk, the ports
+// (a disk walk), and the chassis with three sensor requests per enclosure.
+void BM_SoftwareIdentityCold(benchmark::State &s) { enumerate(s, "Tovra_SoftwareIdentity", true); }
+void BM_PhysicalPackageCold(benchmark::State &s) { enumerate(s, "Tovra_PhysicalPackage", true); }
+void BM_SASSATAPortCold(benchmark::State &s) { enumerate(s, "Tovra_SASSATAPort", true); }
+void BM_ChassisCold(benchmark::State &s) { enumerate(s, "Tovra_Chassis", true); }
 
 BENCHMARK(BM_DisksCold)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_DisksWarm)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_VolumesCold)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_VolumesWarm)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SlotsWarm)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SoftwareIdentityCold)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PhysicalPackageCold)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SASSATAPortCold)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ChassisCold)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

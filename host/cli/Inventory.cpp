@@ -27,6 +27,12 @@ uint64_t number(const InstanceV &i, const char *name) {
     }
 }
 
+const std::vector<Value> &list(const InstanceV &i, const char *name) {
+    static const std::vector<Value> none;
+    const Value *v = i.property(name);
+    return v != nullptr && !v->isNull() && v->isArray() ? v->asArray() : none;
+}
+
 // Decimal units, as disk capacities are sold.
 std::string bytes(uint64_t n) {
     static const char *units[] = {"B", "KB", "MB", "GB", "TB", "PB"};
@@ -46,8 +52,10 @@ struct Classes {
 
 Classes gather(Host &host) {
     Classes c;
-    for (const char *cls : {"Tovra_RAIDControllerSystem", "Tovra_Chassis", "Tovra_DiskDriveSlot", "Tovra_DiskDrive",
-                            "Tovra_StoragePool", "Tovra_StorageVolume", "Tovra_DefaultStorageSetting"}) {
+    for (const char *cls :
+         {"Tovra_RAIDControllerSystem", "Tovra_PortController", "Tovra_SoftwareIdentity", "Tovra_Battery",
+          "Tovra_SASSATAPort", "Tovra_PhysicalPackage", "Tovra_Chassis", "Tovra_DiskDriveSlot", "Tovra_DiskDrive",
+          "Tovra_DiskExtent", "Tovra_StoragePool", "Tovra_StorageVolume", "Tovra_DefaultStorageSetting"}) {
         Reply r = host.enumerateInstances(kNs, cls);
         c.failed = c.failed || !r.ok();
         c.replies.emplace(cls, std::move(r));
@@ -84,6 +92,79 @@ void printProfile(std::ostream &out, const Classes &c) {
             << " (" << text(p, "InstanceID") << ")\n";
 }
 
+void printPortController(std::ostream &out, const Classes &c) {
+    for (const InstanceV &p : c.of("Tovra_PortController")) {
+        out << "    port controller " << text(p, "DeviceID") << ": driver " << text(p, "DriverName") << ' '
+            << text(p, "DriverVersion") << ", PCI link " << text(p, "PCIBusWidth") << " at "
+            << text(p, "PCILinkSpeed") << ", SAS address " << text(p, "SASAddress") << '\n';
+        const size_t packages = c.of("Tovra_PhysicalPackage").size();
+        out << "    physical packages: the adapter card and " << (packages > 0 ? packages - 1 : 0) << " disks\n";
+    }
+}
+
+void printBattery(std::ostream &out, const Classes &c) {
+    out << "\nCache backup battery\n";
+    if (c.of("Tovra_Battery").empty()) out << "    not present\n";
+    for (const InstanceV &b : c.of("Tovra_Battery")) {
+        const Value *t = b.property("Temperature");
+        const std::string temperature = t != nullptr && !t->isNull() ? std::to_string(t->asSigned()) : "?";
+        char volts[32];
+        std::snprintf(volts, sizeof volts, "%.3f V", static_cast<double>(number(b, "Voltage")) / 1000);
+        out << "    " << text(b, "DeviceID") << ": " << text(b, "BatteryState") << ", charge " << number(b, "ChargeLevel")
+            << " %, " << temperature << " C, " << volts << '\n';
+    }
+}
+
+void printSoftware(std::ostream &out, const Classes &c) {
+    out << "\nSoftware versions\n";
+    // Disk firmware is grouped by version: how many disks run each.
+    std::map<std::string, std::vector<std::string>> diskFirmware;
+    for (const InstanceV &s : c.of("Tovra_SoftwareIdentity")) {
+        const std::string id = text(s, "InstanceID");
+        if (text(s, "ElementName").rfind("Firmware of disk", 0) == 0) {
+            diskFirmware[text(s, "VersionString")].push_back(id.substr(6, id.rfind(':') - 6));
+            continue;
+        }
+        out << "    " << std::left << std::setw(22) << text(s, "ElementName") << ' ' << text(s, "VersionString")
+            << '\n';
+    }
+    for (const auto &[version, disks] : diskFirmware) {
+        out << "    " << std::left << std::setw(22) << "Disk firmware" << ' ' << version << " on " << disks.size()
+            << (disks.size() == 1 ? " disk:" : " disks:");
+        for (const std::string &d : disks) out << ' ' << d;
+        out << '\n';
+    }
+}
+
+void printPorts(std::ostream &out, const Classes &c) {
+    out << "\nSAS/SATA ports\n";
+    row(out, {{5, "Port"}, {17, "SAS address"}, {12, "Link"}, {0, "Attached"}});
+    for (const InstanceV &p : c.of("Tovra_SASSATAPort"))
+        row(out, {{5, std::to_string(number(p, "PortNumber"))}, {17, text(p, "SASAddress")},
+                  {12, text(p, "LinkRate")}, {0, text(p, "AttachedDevice")}});
+}
+
+// "12V 12.08 V, Fan 1 5400 RPM, Ambient 25.5 C"
+std::string sensorText(const InstanceV &chassis) {
+    const auto &names = list(chassis, "SensorNames");
+    const auto &kinds = list(chassis, "SensorTypes");
+    const auto &readings = list(chassis, "SensorReadings");
+    std::string out;
+    for (size_t i = 0; i < names.size() && i < kinds.size() && i < readings.size(); ++i) {
+        char reading[48];
+        const double v = readings[i].asReal();
+        switch (kinds[i].asUnsigned()) {
+            case 1: std::snprintf(reading, sizeof reading, "%.0f RPM", v); break;
+            case 2: std::snprintf(reading, sizeof reading, "%.2f V", v); break;
+            case 3: std::snprintf(reading, sizeof reading, "%.1f C", v); break;
+            default: std::snprintf(reading, sizeof reading, "%s", v != 0 ? "on" : "off"); break;
+        }
+        if (!out.empty()) out += ", ";
+        out += names[i].asString() + " " + reading;
+    }
+    return out;
+}
+
 void printEnclosures(std::ostream &out, const Classes &c) {
     // Slots and disks share the tag "enclosure * 256 + slot".
     std::map<uint64_t, const InstanceV *> disks;
@@ -96,8 +177,11 @@ void printEnclosures(std::ostream &out, const Classes &c) {
     for (const auto &[enc, slots] : slotsByEnclosure) {
         out << "  Enclosure " << enc + 1 << ": " << text(*slots.front(), "EnclosureNameRev") << " (" << slots.size()
             << " slots)\n";
+        for (const InstanceV &ch : c.of("Tovra_Chassis"))
+            if (text(ch, "ElementName") == "Enc" + std::to_string(enc + 1) && !list(ch, "SensorNames").empty())
+                out << "    sensors: " << sensorText(ch) << '\n';
         row(out, {{5, "Slot"}, {20, "Serial"}, {5, "Type"}, {24, "Model"}, {9, "Capacity"}, {9, "State"},
-                  {14, "Usage"}});
+                  {24, "Usage"}, {8, "Firmware"}});
         for (const InstanceV *slot : slots) {
             const uint64_t tag = std::stoull("0" + text(*slot, "Tag"));
             const std::string position = std::to_string(number(*slot, "Number") + 1);
@@ -112,8 +196,18 @@ void printEnclosures(std::ostream &out, const Classes &c) {
             const std::string state = text(disk, "DeviceState").empty() ? "Normal" : text(disk, "DeviceState");
             row(out, {{5, position}, {20, text(disk, "DeviceID")}, {5, text(disk, "DeviceType")},
                       {24, text(disk, "ModelName")}, {9, bytes(number(disk, "NumberOfBlocks"))}, {9, state},
-                      {14, usage}});
+                      {24, usage}, {8, text(disk, "FirmwareRevision")}});
         }
+    }
+}
+
+void printExtents(std::ostream &out, const Classes &c) {
+    out << "\nDisk extents\n";
+    row(out, {{20, "Disk"}, {4, "Enc"}, {10, "Capacity"}, {8, "RAID set"}});
+    for (const InstanceV &e : c.of("Tovra_DiskExtent")) {
+        const uint64_t set = number(e, "RaidSetNumber");
+        row(out, {{20, text(e, "DeviceID")}, {4, std::to_string(number(e, "EnclosureNumber") + 1)},
+                  {10, bytes(number(e, "NumberOfBlocks"))}, {8, set == 0xFF ? "-" : std::to_string(set + 1)}});
     }
 }
 
@@ -151,12 +245,26 @@ int printInventory(Host &host, std::ostream &out, bool json) {
     Classes c = gather(host);
     if (json) {
         Json doc = Json::object();
-        for (const auto &[cls, reply] : c.replies) doc[cls] = toJson(reply);
+        // Every class as {"instances": [...]}, an empty one included, or its error.
+        for (const auto &[cls, reply] : c.replies) {
+            if (!reply.ok()) {
+                doc[cls] = toJson(reply);
+                continue;
+            }
+            Json instances = Json::array();
+            for (const InstanceV &i : reply.instances) instances.push_back(toJson(i));
+            doc[cls] = {{"instances", std::move(instances)}};
+        }
         out << doc.dump(2) << '\n';
     } else {
         printController(out, c);
         printProfile(out, c);
+        printPortController(out, c);
+        printSoftware(out, c);
+        printBattery(out, c);
+        printPorts(out, c);
         printEnclosures(out, c);
+        printExtents(out, c);
         printPoolsAndVolumes(out, c);
         printSettings(out, c);
         for (const auto &[cls, reply] : c.replies)

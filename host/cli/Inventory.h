@@ -1,5 +1,6 @@
-// The storage administrator's view of the adapter: controller, enclosures with
-// their slots and disks, storage pools, storage volumes and default settings,
+// The storage administrator's view of the adapter: controller, port controller,
+// software versions, battery, ports, enclosures with their sensors, slots and
+// disks, disk extents, storage pools, storage volumes and default settings,
 // gathered through the host from the providers that serve them.
 #pragma once
 

@@ -81,7 +81,8 @@ int main(int argc, char **argv) {
     Request r;
     CLI::App *classes = app.add_subcommand("classes", "the classes served: class, namespace, provider, kinds");
     CLI::App *inventory = app.add_subcommand(
-        "inventory", "the adapter: controller, enclosures with slots and disks, pools, volumes, default settings");
+        "inventory", "the adapter: controller, software, battery, ports, enclosures with sensors, slots and disks, "
+        "extents, pools, volumes, default settings");
     CLI::App *tree = app.add_subcommand(
         "tree", "the adapter as a graph: the associations followed from the controller system down to the disks");
     CLI::App *ein = operation(app, "ein", "enumerate instance names", r, false);

@@ -133,13 +133,14 @@ def default():
                            [("PSU 1", 1), ("PSU 2", 1)], [("Enclosure", 31)]),
         "disks": [
             sata_disk(0, "WD-WMAY04200001"), sata_disk(1, "WD-WMAY04200002"), sata_disk(2, "WD-WMAY04200003"),
-            sas_disk(3, "Z1Z0B7Q1", blocks=SAS_2TB, model="ST2000NM0023"),
+            sas_disk(3, "Z1Z0B7Q1", blocks=SAS_2TB, model="ST2000NM0023", firmware="0006"),
             sata_disk(4, "WD-WMAY04200005"),
         ],
     }
     return {
-        "controller": CONTROLLER, "driver": DRIVER, "pci": PCI, "battery": BATTERY,
-        "enclosures": [enc0, enc1],
+        # Two SAS ports at 6 Gbit/s (link rate code 0xA).
+        "controller": dict(CONTROLLER, scsiHostChannels=2, channelUsage=0xA), "driver": DRIVER, "pci": PCI,
+        "battery": BATTERY, "enclosures": [enc0, enc1],
         "raidSets": [
             {"number": 0, "name": "Raid Set # 000", "members": [[0, 0], [0, 1], [0, 2], [0, 3]]},
             {"number": 1, "name": "Raid Set # 001", "members": [[1, 0], [1, 1], [1, 2]]},
@@ -198,7 +199,9 @@ def full():
                "message": "Event %d" % i} for i in range(64)]
     events.reverse()
     return {
-        "controller": dict(CONTROLLER, serial="TV12A0009999"), "driver": DRIVER, "pci": PCI, "battery": BATTERY,
+        # Four SAS ports at 12 Gbit/s (link rate code 0xB).
+        "controller": dict(CONTROLLER, serial="TV12A0009999", scsiHostChannels=4, channelUsage=0xB), "driver": DRIVER,
+        "pci": PCI, "battery": BATTERY,
         "enclosures": enclosures, "raidSets": raid_sets, "volumes": volumes, "events": events,
         "settings": settings(), "password": "0000", "nextSerial": 33,
     }

@@ -23,15 +23,45 @@ void PropertyWriter::u8Array(const char *name, const uint8_t *values, unsigned c
 }
 
 void PropertyWriter::u16Array(const char *name, std::initializer_list<uint16_t> values) {
+    u16Array(name, std::span<const uint16_t>(values.begin(), values.size()));
+}
+
+// Builds an array of `type` from the values (each converted to the CMPI value
+// type V) and sets it as the property.
+template <class V, class T>
+static void setArray(const CMPIBroker *broker, CMPIInstance *inst, const char *name, std::span<const T> values,
+                     CMPIType type) {
     CMPIStatus st = okStatus();
-    CMPIArray *arr = CMNewArray(broker_, static_cast<CMPICount>(values.size()), CMPI_uint16, &st);
+    CMPIArray *arr = CMNewArray(broker, static_cast<CMPICount>(values.size()), type, &st);
     if (st.rc != CMPI_RC_OK || arr == nullptr) return;
     CMPICount i = 0;
-    for (uint16_t value : values) {
-        CMPIUint16 v = value;
-        CMSetArrayElementAt(arr, i++, &v, CMPI_uint16);
+    for (const T &value : values) {
+        V v = static_cast<V>(value);
+        CMSetArrayElementAt(arr, i++, &v, type);
     }
-    CMSetProperty(inst_, name, &arr, CMPI_uint16A);
+    CMSetProperty(inst, name, &arr, type | CMPI_ARRAY);
+}
+
+void PropertyWriter::u16Array(const char *name, std::span<const uint16_t> values) {
+    setArray<CMPIUint16>(broker_, inst_, name, values, CMPI_uint16);
+}
+
+void PropertyWriter::r32Array(const char *name, std::span<const float> values) {
+    setArray<CMPIReal32>(broker_, inst_, name, values, CMPI_real32);
+}
+
+// Elements are broker strings: every CIMOM accepts them in a string array.
+void PropertyWriter::strArray(const char *name, const std::vector<std::string> &values) {
+    CMPIStatus st = okStatus();
+    CMPIArray *arr = CMNewArray(broker_, static_cast<CMPICount>(values.size()), CMPI_string, &st);
+    if (st.rc != CMPI_RC_OK || arr == nullptr) return;
+    CMPICount i = 0;
+    for (const std::string &value : values) {
+        CMPIString *text = CMNewString(broker_, value.c_str(), &st);
+        if (st.rc != CMPI_RC_OK || text == nullptr) return;
+        CMSetArrayElementAt(arr, i++, &text, CMPI_string);
+    }
+    CMSetProperty(inst_, name, &arr, CMPI_stringA);
 }
 
 const char *stringOf(const CMPIData &d) {

@@ -8,7 +8,9 @@
 #include <cstdint>
 #include <initializer_list>
 #include <optional>
+#include <span>
 #include <string>
+#include <vector>
 
 namespace tovra {
 
@@ -39,8 +41,14 @@ public:
     void u16(const char *name, uint16_t v) { setScalar(name, CMPIUint16{v}, CMPI_uint16); }
     void u32(const char *name, uint32_t v) { setScalar(name, CMPIUint32{v}, CMPI_uint32); }
     void u64(const char *name, uint64_t v) { setScalar(name, CMPIUint64{v}, CMPI_uint64); }
+    void s16(const char *name, int16_t v) { setScalar(name, CMPISint16{v}, CMPI_sint16); }
+    void r32(const char *name, float v) { setScalar(name, CMPIReal32{v}, CMPI_real32); }
+    void boolean(const char *name, bool v) { setScalar(name, CMPIBoolean{v}, CMPI_boolean); }
     void u8Array(const char *name, const uint8_t *values, unsigned count);
     void u16Array(const char *name, std::initializer_list<uint16_t> values);
+    void u16Array(const char *name, std::span<const uint16_t> values);
+    void r32Array(const char *name, std::span<const float> values);
+    void strArray(const char *name, const std::vector<std::string> &values);
 
 private:
     template <class T> void setScalar(const char *name, T value, CMPIType type) {

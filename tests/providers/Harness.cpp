@@ -30,14 +30,16 @@ Val flatten(const cimhost::Value &v) {
     Val out;
     if (v.isNull()) return out;
     if (v.isArray()) {
-        out.kind = Val::Kind::Numbers;
+        const CMPIType t = v.elementType();
+        out.kind = t == CMPI_string || t == CMPI_chars                          ? Val::Kind::Texts
+                   : t == CMPI_real32 || t == CMPI_real64                       ? Val::Kind::Reals
+                   : (t & (CMPI_UINT | CMPI_SINT)) != 0                         ? Val::Kind::Numbers
+                                                                                 : Val::Kind::Other;
         for (const cimhost::Value &e : v.asArray()) {
             if (e.isNull()) continue;
-            try {
-                out.numbers.push_back(e.asUnsigned());
-            } catch (const std::exception &) {
-                out.kind = Val::Kind::Other;
-            }
+            if (out.kind == Val::Kind::Texts) out.texts.push_back(e.asString());
+            if (out.kind == Val::Kind::Reals) out.reals.push_back(e.asReal());
+            if (out.kind == Val::Kind::Numbers) out.numbers.push_back(e.asUnsigned());
         }
         return out;
     }

@@ -19,12 +19,14 @@
 namespace harness {
 
 // A property value flattened for assertions: text, unsigned number, a list of
-// numbers, or null.
+// numbers, texts or reals, or null.
 struct Val {
-    enum class Kind { Null, Text, Number, Numbers, Other } kind = Kind::Null;
+    enum class Kind { Null, Text, Number, Numbers, Texts, Reals, Other } kind = Kind::Null;
     std::string text;
     uint64_t number = 0;
     std::vector<uint64_t> numbers;
+    std::vector<std::string> texts;
+    std::vector<double> reals;
     bool operator==(const std::string &s) const { return kind == Kind::Text && text == s; }
     bool operator==(const char *s) const { return kind == Kind::Text && text == s; }
     bool operator==(uint64_t n) const { return kind == Kind::Number && number == n; }
