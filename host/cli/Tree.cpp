@@ -2,6 +2,7 @@
 
 #include "Format.h"
 
+#include <set>
 #include <vector>
 
 namespace cimhost::cli {
@@ -46,6 +47,9 @@ std::string label(const InstanceV &inst) {
 struct Walker {
     Host &host;
     bool failed = false;
+    // Objects already expanded: an object reached again (chassis that share
+    // their tag share their slots) is named, not walked again.
+    std::set<std::string> expanded;
 
     // The node of inst (reached through via) with everything below it.
     Json node(const InstanceV &inst, const std::string &via, const Step &step) {
@@ -54,6 +58,10 @@ struct Walker {
         if (!via.empty()) out["association"] = via;
         out["name"] = label(inst);
         out["path"] = inst.path.toString();
+        if (!step.next.empty() && !expanded.insert(out["path"].get<std::string>()).second) {
+            out["shownAbove"] = true;
+            return out;
+        }
         Json children = Json::array();
         for (const Step &s : step.next) {
             Reply r = host.associators(inst.path, AssocFilter{s.association, "", "", ""});
@@ -78,6 +86,7 @@ void printText(std::ostream &out, const Json &node, int depth) {
     }
     out << indent << node["class"].get<std::string>() << "  " << node["name"].get<std::string>();
     if (node.contains("association")) out << "  (" << node["association"].get<std::string>() << ")";
+    if (node.contains("shownAbove")) out << "  [shown above]";
     out << '\n';
     if (node.contains("children"))
         for (const Json &child : node["children"]) printText(out, child, depth + 1);
@@ -86,7 +95,7 @@ void printText(std::ostream &out, const Json &node, int depth) {
 }  // namespace
 
 int printTree(Host &host, std::ostream &out, bool json) {
-    Walker walker{host};
+    Walker walker{host, false, {}};
     Json systems = Json::array();
     Reply top = host.enumerateInstances(kNs, "Tovra_RAIDControllerSystem");
     if (!top.ok()) {
