@@ -6,6 +6,7 @@
 #include <AssociationHelpers.h>
 
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <set>
 
@@ -213,6 +214,68 @@ TEST_F(Associations, EmptyAnswersAreSuccessful) {
     const std::string gone = "tovra/cimv2:Tovra_StoragePool.InstanceID=\"Raid Set # 007\"";
     EXPECT_TRUE(associatorNames(gone, only).objects.empty());
     EXPECT_NE(referenceNames(gone, kAllocated).rc, CMPI_RC_OK) << "the source's own not-found";
+}
+
+// A result that counts what a provider returns through it, for calls made
+// straight into a module's table.
+struct Counted {
+    int paths = 0, instances = 0, done = 0;
+};
+
+CMPIStatus counted(const CMPIResult *r, int Counted::*field) {
+    ++(static_cast<Counted *>(r->hdl)->*field);
+    return CMPIStatus{CMPI_RC_OK, nullptr};
+}
+
+CMPIResultFT countingFT = {
+    CMPICurrentVersion,
+    [](CMPIResult *) { return CMPIStatus{CMPI_RC_OK, nullptr}; },
+    [](const CMPIResult *, CMPIStatus *) -> CMPIResult * { return nullptr; },
+    [](const CMPIResult *, const CMPIValue *, CMPIType) { return CMPIStatus{CMPI_RC_ERR_NOT_SUPPORTED, nullptr}; },
+    [](const CMPIResult *r, const CMPIInstance *) { return counted(r, &Counted::instances); },
+    [](const CMPIResult *r, const CMPIObjectPath *) { return counted(r, &Counted::paths); },
+    [](const CMPIResult *r) { return counted(r, &Counted::done); },
+    [](const CMPIResult *, const CMPIError *) { return CMPIStatus{CMPI_RC_ERR_NOT_SUPPORTED, nullptr}; },
+};
+
+TEST_F(Associations, ASourceOfNeitherEndYieldsNothing) {
+    const std::string module = "TovraAllocatedFromStoragePoolProvider";
+    auto *assoc = static_cast<CMPIAssociationMI *>(factory(module + "_Create_AssociationMI"));
+    auto *inst = static_cast<CMPIInstanceMI *>(factory(module + "_Create_InstanceMI"));
+    ASSERT_NE(assoc, nullptr);
+    ASSERT_NE(inst, nullptr);
+    inRequest([&](const CMPIBroker *broker, const CMPIContext *ctx) {
+        CMPIObjectPath *disk = CMNewObjectPath(broker, kNs, "Tovra_DiskDrive", nullptr);
+        CMAddKey(disk, "DeviceID", "Z1Z0A1B2", CMPI_chars);
+        using Call = std::function<CMPIStatus(const CMPIResult *)>;
+        const std::pair<const char *, Call> calls[] = {
+            {"associatorNames",
+             [&](const CMPIResult *r) {
+                 return assoc->ft->associatorNames(assoc, ctx, r, disk, nullptr, nullptr, nullptr, nullptr);
+             }},
+            {"associators",
+             [&](const CMPIResult *r) {
+                 return assoc->ft->associators(assoc, ctx, r, disk, nullptr, nullptr, nullptr, nullptr, nullptr);
+             }},
+            {"referenceNames",
+             [&](const CMPIResult *r) { return assoc->ft->referenceNames(assoc, ctx, r, disk, nullptr, nullptr); }},
+            {"references",
+             [&](const CMPIResult *r) {
+                 return assoc->ft->references(assoc, ctx, r, disk, nullptr, nullptr, nullptr);
+             }},
+            {"enumInstanceNames",
+             [&](const CMPIResult *r) { return inst->ft->enumerateInstanceNames(inst, ctx, r, disk); }},
+        };
+        for (const auto &[name, call] : calls) {
+            SCOPED_TRACE(name);
+            Counted seen;
+            CMPIResult result{&seen, &countingFT};
+            EXPECT_EQ(call(&result).rc, CMPI_RC_OK);
+            EXPECT_EQ(seen.paths + seen.instances, 0);
+            EXPECT_EQ(seen.done, 1);
+        }
+    });
+    EXPECT_TRUE(logged("TovraAllocatedFromStoragePoolProviderEnumInstanceNames: CMClassPathIsNotA_SuperClassName"));
 }
 
 // ---- the answers' shapes -----------------------------------------------------------
