@@ -37,22 +37,24 @@ std::optional<PropertyList> propertyList(const char **properties) {
     return list;
 }
 
-void failWith(HostCore &core, const Reply &r, CMPIStatus *rc) {
+template <class R> void failWith(HostCore &core, const R &r, CMPIStatus *rc) {
     if (rc == nullptr) return;
     rc->rc = r.rc;
     rc->msg = r.message.empty() ? nullptr : rt::trackedString(core.flavor(), r.message);
 }
 
-CMPIEnumeration *enumerationOf(HostCore &core, Reply &&r, bool names, CMPIStatus *rc) {
+// The results become the enumeration's items as they are: shared, not copied.
+CMPIEnumeration *enumerationOf(HostCore &core, SharedReply &&r, bool names, CMPIStatus *rc) {
     if (!r.ok()) {
         failWith(core, r, rc);
         return nullptr;
     }
     std::vector<Value> items;
+    items.reserve(names ? r.paths.size() : r.instances.size());
     if (names) {
         for (ObjectPathV &p : r.paths) items.push_back(Value::ref(std::move(p)));
     } else {
-        for (InstanceV &i : r.instances) items.push_back(Value::instance(std::move(i)));
+        for (auto &i : r.instances) items.push_back(Value::instance(std::move(i)));
     }
     rt::setRc(rc, CMPI_RC_OK);
     return Runtime::make<rt::EnumerationObj>(Lifetime::Tracked, core.flavor(), names ? CMPI_ref : CMPI_instance,
@@ -122,7 +124,7 @@ CMPIStatus deliverIndication(const CMPIBroker *, const CMPIContext *, const char
 CMPIEnumeration *enumerateInstanceNames(const CMPIBroker *mb, const CMPIContext *ctx, const CMPIObjectPath *op,
                                         CMPIStatus *rc) {
     return enumUpcall(mb, ctx, op, true, rc, [](HostCore &core, const CallContext &cc, const ObjectPathV &path) {
-        return core.enumerateInstanceNames(cc, path);
+        return core.enumerateShared(cc, path, nullptr, true);
     });
 }
 
@@ -130,7 +132,7 @@ CMPIEnumeration *enumerateInstances(const CMPIBroker *mb, const CMPIContext *ctx
                                     const char **properties, CMPIStatus *rc) {
     auto props = propertyList(properties);
     return enumUpcall(mb, ctx, op, false, rc, [&](HostCore &core, const CallContext &cc, const ObjectPathV &path) {
-        return core.enumerateInstances(cc, path, props ? &*props : nullptr);
+        return core.enumerateShared(cc, path, props ? &*props : nullptr, false);
     });
 }
 
@@ -142,7 +144,7 @@ CMPIInstance *getInstance(const CMPIBroker *mb, const CMPIContext *ctx, const CM
         ObjectPathV path;
         if (core == nullptr || !callContextOf(ctx, cc, rc) || !pathOf(op, path, rc)) return nullptr;
         auto props = propertyList(properties);
-        Reply r = core->getInstance(cc, path, props ? &*props : nullptr);
+        SharedReply r = core->getInstanceShared(cc, path, props ? &*props : nullptr);
         if (!r.ok()) {
             failWith(*core, r, rc);
             return nullptr;
@@ -184,7 +186,7 @@ CMPIEnumeration *associators(const CMPIBroker *mb, const CMPIContext *ctx, const
     auto props = propertyList(properties);
     AssocFilter f{text(assocClass), text(resultClass), text(role), text(resultRole)};
     return enumUpcall(mb, ctx, op, false, rc, [&](HostCore &core, const CallContext &cc, const ObjectPathV &path) {
-        return core.associators(cc, path, f, props ? &*props : nullptr);
+        return core.associatorsShared(cc, path, f, props ? &*props : nullptr, false);
     });
 }
 
@@ -193,7 +195,7 @@ CMPIEnumeration *associatorNames(const CMPIBroker *mb, const CMPIContext *ctx, c
                                  const char *resultRole, CMPIStatus *rc) {
     AssocFilter f{text(assocClass), text(resultClass), text(role), text(resultRole)};
     return enumUpcall(mb, ctx, op, true, rc, [&](HostCore &core, const CallContext &cc, const ObjectPathV &path) {
-        return core.associatorNames(cc, path, f);
+        return core.associatorsShared(cc, path, f, nullptr, true);
     });
 }
 
@@ -201,14 +203,14 @@ CMPIEnumeration *references(const CMPIBroker *mb, const CMPIContext *ctx, const 
                             const char *resultClass, const char *role, const char **properties, CMPIStatus *rc) {
     auto props = propertyList(properties);
     return enumUpcall(mb, ctx, op, false, rc, [&](HostCore &core, const CallContext &cc, const ObjectPathV &path) {
-        return core.references(cc, path, text(resultClass), text(role), props ? &*props : nullptr);
+        return core.referencesShared(cc, path, text(resultClass), text(role), props ? &*props : nullptr, false);
     });
 }
 
 CMPIEnumeration *referenceNames(const CMPIBroker *mb, const CMPIContext *ctx, const CMPIObjectPath *op,
                                 const char *resultClass, const char *role, CMPIStatus *rc) {
     return enumUpcall(mb, ctx, op, true, rc, [&](HostCore &core, const CallContext &cc, const ObjectPathV &path) {
-        return core.referenceNames(cc, path, text(resultClass), text(role));
+        return core.referencesShared(cc, path, text(resultClass), text(role), nullptr, true);
     });
 }
 

@@ -149,7 +149,7 @@ CMPIrc readValue(const CMPIValue *value, CMPIType type, Value &out) {
             }
             auto *i = Runtime::resolve<InstanceObj>(handle, &rc);
             if (i == nullptr) return rc.rc;
-            out = Value::instance(i->snapshot());
+            out = Value::instance(i->sharedSnapshot());
             return CMPI_RC_OK;
         }
         default: {  // CMPI_dateTime
@@ -192,7 +192,8 @@ CMPIData toData(const Value &value, const Flavor &flavor, bool isKey) {
             d.value.ref = Runtime::make<ObjectPathObj>(Lifetime::Borrowed, flavor, value.asRef())->as<CMPIObjectPath>();
             return d;
         case CMPI_instance:
-            d.value.inst = Runtime::make<InstanceObj>(Lifetime::Borrowed, flavor, value.asInstance())->as<CMPIInstance>();
+            d.value.inst =
+                Runtime::make<InstanceObj>(Lifetime::Borrowed, flavor, value.sharedInstance())->as<CMPIInstance>();
             return d;
         case CMPI_dateTime:
             d.value.dateTime =

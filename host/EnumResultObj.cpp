@@ -92,7 +92,7 @@ CMPIStatus returnInstance(const CMPIResult *rslt, const CMPIInstance *inst) {
         CMPIStatus rc = status(CMPI_RC_OK);
         auto *obj = Runtime::resolve<InstanceObj>(inst, &rc);
         if (obj == nullptr) return rc;
-        sink.instances.push_back(obj->snapshot());
+        sink.instances.push_back(obj->sharedSnapshot());
         return rc;
     });
 }

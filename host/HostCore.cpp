@@ -171,19 +171,36 @@ std::vector<Binding *> HostCore::associationTargets(const std::string &ns, const
     return targets;
 }
 
-void *HostCore::usableMi(Binding &binding, MiKind kind, Reply &failure) {
+void *HostCore::usableMi(Binding &binding, MiKind kind, SharedReply &failure) {
     std::call_once(binding.checked, [&] { binding.checkError = binding.module->check(binding.kinds); });
     std::string error = binding.checkError;
     void *mi = error.empty() ? binding.module->mi(kind, broker(), flavor_, error) : nullptr;
     if (mi == nullptr) {
         log("provider " + binding.module->name() + " for " + binding.className + ": " + error);
-        failure = Reply::error(CMPI_RC_ERR_FAILED, "Error initializing provider");
+        failure = SharedReply::error(CMPI_RC_ERR_FAILED, "Error initializing provider");
     }
     return mi;
 }
 
-void HostCore::checkTypes(const std::vector<InstanceV> &instances) {
-    for (const InstanceV &inst : instances) {
+void HostCore::checkTypes(const std::vector<std::shared_ptr<const InstanceV>> &instances) {
+    std::vector<const InstanceV *> unchecked;
+    {
+        // Cached instances come back as the same shared objects: each is
+        // looked at once. Entries of instances gone are dropped now and then.
+        std::lock_guard lock(stateMutex_);
+        for (const auto &shared : instances) {
+            auto [it, added] = typesChecked_.try_emplace(shared.get(), shared);
+            if (!added && it->second.lock() == shared) continue;
+            it->second = shared;
+            unchecked.push_back(shared.get());
+        }
+        if (typesChecked_.size() > typesCheckedLimit_) {
+            std::erase_if(typesChecked_, [](const auto &entry) { return entry.second.expired(); });
+            typesCheckedLimit_ = std::max<size_t>(1024, typesChecked_.size() * 2);
+        }
+    }
+    for (const InstanceV *checked : unchecked) {
+        const InstanceV &inst = *checked;
         const Schema::PropertyTypes *types = schema_.propertyTypes(inst.path.className);
         if (types == nullptr) continue;
         for (const auto &[name, value] : inst.properties) {

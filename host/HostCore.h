@@ -15,6 +15,8 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <unordered_map>
 #include <set>
 #include <string>
 #include <vector>
@@ -28,6 +30,20 @@ struct CallContext {
 };
 
 class HostCore;
+
+// A reply whose instances stay shared: what up-calls hand on to providers
+// without copying them. A client's Reply gets its own copies.
+struct SharedReply {
+    CMPIrc rc = CMPI_RC_OK;
+    std::string message;
+    std::vector<ObjectPathV> paths;
+    std::vector<std::shared_ptr<const InstanceV>> instances;
+    std::optional<Value> returnValue;
+
+    bool ok() const { return rc == CMPI_RC_OK; }
+    static SharedReply error(CMPIrc rc, std::string message);
+    Reply toReply() &&;
+};
 
 // The broker providers see, followed by the host it belongs to.
 struct HostBroker {
@@ -75,6 +91,14 @@ public:
                          const std::string &role);
     Reply invokeMethod(const CallContext &cc, const ObjectPathV &op, const std::string &method, const NamedValues &in);
 
+    // The same operations with shared instances, for up-calls.
+    SharedReply enumerateShared(const CallContext &cc, const ObjectPathV &op, const PropertyList *props, bool names);
+    SharedReply getInstanceShared(const CallContext &cc, const ObjectPathV &op, const PropertyList *props);
+    SharedReply associatorsShared(const CallContext &cc, const ObjectPathV &op, const AssocFilter &filter,
+                                  const PropertyList *props, bool names);
+    SharedReply referencesShared(const CallContext &cc, const ObjectPathV &op, const std::string &resultClass,
+                                 const std::string &role, const PropertyList *props, bool names);
+
     std::vector<RegisteredClass> registeredClasses() const;
     unsigned permission(const std::string &user) const;
     void setPermission(const std::string &user, unsigned level);
@@ -92,18 +116,17 @@ private:
     };
     enum class Route { Instance, Single };
 
-    Reply enumerateInstances(const CallContext &cc, const ObjectPathV &op, const PropertyList *props, bool names);
     CMPIrc checkRequest(const std::string &ns, const std::string &cls, std::string &message) const;
     std::vector<Target> instanceTargets(const std::string &ns, const std::string &cls, Route route) const;
     Binding *methodTarget(const std::string &ns, const std::string &cls) const;
     std::vector<Binding *> associationTargets(const std::string &ns, const std::string &source,
                                               const std::string &assocClass) const;
     // The MI of a block, or nullptr with the reply set to the failure.
-    void *usableMi(Binding &binding, MiKind kind, Reply &failure);
+    void *usableMi(Binding &binding, MiKind kind, SharedReply &failure);
     // Logs, once per class and property, a returned type the MOF does not declare.
-    void checkTypes(const std::vector<InstanceV> &instances);
+    void checkTypes(const std::vector<std::shared_ptr<const InstanceV>> &instances);
     template <class Call>
-    Reply forEachAssociation(const CallContext &cc, const ObjectPathV &op, const std::string &assocClass,
+    SharedReply forEachAssociation(const CallContext &cc, const ObjectPathV &op, const std::string &assocClass,
                              bool names, Call &&call);
 
     HostOptions options_;
@@ -121,6 +144,10 @@ private:
     std::map<std::string, unsigned> permissions_;  // by user name
     std::deque<std::string> log_;
     std::set<std::string> typeWarnings_;
+    // Shared instances whose property types were checked already, so a
+    // cached instance handed out again is not looked at property by property.
+    std::unordered_map<const InstanceV *, std::weak_ptr<const InstanceV>> typesChecked_;
+    size_t typesCheckedLimit_ = 1024;
 };
 
 // Broker function tables (BrokerUpcalls.cpp, BrokerEnc.cpp, BrokerExt.cpp).

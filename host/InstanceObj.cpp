@@ -27,7 +27,7 @@ CMPIInstance *instanceClone(const CMPIInstance *inst, CMPIStatus *rc) {
         auto *obj = Runtime::resolve<InstanceObj>(inst, rc);
         if (obj == nullptr) return nullptr;
         setRc(rc, CMPI_RC_OK);
-        return Runtime::make<InstanceObj>(Lifetime::Clone, obj->flavor(), obj->data(), obj->filter())
+        return Runtime::make<InstanceObj>(Lifetime::Clone, obj->flavor(), obj->sharedSnapshot(), obj->filter())
             ->as<CMPIInstance>();
     });
 }
@@ -84,7 +84,7 @@ CMPIStatus instanceSet(const CMPIInstance *inst, const char *name, const CMPIVal
         CMPIrc read = readValue(value, type, v);
         if (read != CMPI_RC_OK) return status(read);
         // A property the filter leaves out is dropped without complaint.
-        if (obj->admits(name)) setNamed(obj->data().properties, name, std::move(v));
+        if (obj->admits(name)) setNamed(obj->mutableData().properties, name, std::move(v));
         return rc;
     });
 }
@@ -99,7 +99,7 @@ CMPIObjectPath *instancePath(const CMPIInstance *inst, CMPIStatus *rc) {
         auto *obj = Runtime::resolve<InstanceObj>(inst, rc);
         if (obj == nullptr) return nullptr;
         setRc(rc, CMPI_RC_OK);
-        return Runtime::make<ObjectPathObj>(Lifetime::Tracked, obj->flavor(), obj->currentPath())
+        return Runtime::make<ObjectPathObj>(Lifetime::Tracked, obj->flavor(), obj->sharedSnapshot()->path)
             ->as<CMPIObjectPath>();
     });
 }
@@ -117,7 +117,7 @@ CMPIStatus instanceFilter(CMPIInstance *inst, const char **propertyList, const c
         for (const char **p = propertyList; *p != nullptr; ++p) names.push_back(lower(*p));
         for (const char **k = keys; k != nullptr && *k != nullptr; ++k) names.push_back(lower(*k));
         obj->filter() = std::move(names);
-        NamedValues &props = obj->data().properties;
+        NamedValues &props = obj->mutableData().properties;
         std::erase_if(props, [&](const auto &p) { return !obj->admits(p.first); });
         return rc;
     });
@@ -130,7 +130,7 @@ CMPIStatus instanceSetPath(CMPIInstance *inst, const CMPIObjectPath *op) {
         if (obj == nullptr) return rc;
         auto *path = Runtime::resolve<ObjectPathObj>(op, &rc);
         if (path == nullptr) return rc;
-        obj->data().path = path->data();
+        obj->mutableData().path = path->data();
         return rc;
     });
 }
@@ -160,18 +160,64 @@ std::optional<std::vector<std::string>> classKeys(const std::string &className) 
 }
 
 InstanceObj::InstanceObj(const Flavor &flavor, InstanceV data, std::optional<std::vector<std::string>> filter)
-    : Object(Kind::Instance, flavor, flavor.legacy ? &legacyInstanceFT : &instanceFT), data_(std::move(data)),
-      filter_(std::move(filter)) {}
+    : Object(Kind::Instance, flavor, flavor.legacy ? &legacyInstanceFT : &instanceFT),
+      data_(std::make_shared<InstanceV>(std::move(data))), owned_(true), filter_(std::move(filter)) {}
+
+InstanceObj::InstanceObj(const Flavor &flavor, std::shared_ptr<const InstanceV> snapshot,
+                         std::optional<std::vector<std::string>> filter)
+    : Object(Kind::Instance, flavor, flavor.legacy ? &legacyInstanceFT : &instanceFT), data_(std::move(snapshot)),
+      owned_(false), snapshot_(data_), filter_(std::move(filter)) {}
+
+InstanceV &InstanceObj::mutableData() {
+    std::lock_guard lock(snapshotMutex_);
+    snapshot_.reset();
+    if (!owned_ || data_.use_count() > 1) {
+        data_ = std::make_shared<InstanceV>(*data_);
+        owned_ = true;
+    }
+    // Made here as a non-const InstanceV, and referenced from nowhere else.
+    return const_cast<InstanceV &>(*data_);
+}
+
+namespace {
+
+bool samePathExactly(const ObjectPathV &a, const ObjectPathV &b) {
+    if (a.ns != b.ns || a.className != b.className || a.host != b.host || a.keys.size() != b.keys.size()) return false;
+    for (size_t i = 0; i < a.keys.size(); ++i) {
+        const auto &[an, av] = a.keys[i];
+        const auto &[bn, bv] = b.keys[i];
+        if (an != bn || av.type() != bv.type() || !(av == bv)) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+std::shared_ptr<const InstanceV> InstanceObj::sharedSnapshot() const {
+    std::lock_guard lock(snapshotMutex_);
+    if (!snapshot_) {
+        ObjectPathV path = currentPath();
+        if (samePathExactly(path, data_->path)) {
+            snapshot_ = data_;
+            // Handed out now: a later change must copy.
+            owned_ = false;
+        } else {
+            snapshot_ = std::make_shared<const InstanceV>(InstanceV{std::move(path), data_->properties});
+        }
+    }
+    return snapshot_;
+}
 
 bool InstanceObj::admits(std::string_view name) const {
     return !filter_ || std::find(filter_->begin(), filter_->end(), lower(name)) != filter_->end();
 }
 
 ObjectPathV InstanceObj::currentPath() const {
-    ObjectPathV path = data_.path;
+    const InstanceV &data = *data_;
+    ObjectPathV path = data.path;
     auto keyValue = [&](const std::string &name) -> const Value * {
-        const Value *p = data_.property(name);
-        return (p != nullptr && !p->isNull()) ? p : data_.path.key(name);
+        const Value *p = data.property(name);
+        return (p != nullptr && !p->isNull()) ? p : data.path.key(name);
     };
     if (auto names = classKeys(path.className)) {
         path.keys.clear();
@@ -184,6 +230,5 @@ ObjectPathV InstanceObj::currentPath() const {
     return path;
 }
 
-InstanceV InstanceObj::snapshot() const { return InstanceV{currentPath(), data_.properties}; }
 
 }  // namespace cimhost::rt

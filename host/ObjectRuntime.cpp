@@ -37,9 +37,9 @@ State &state() {
     return *s;
 }
 
-Shard &shardOf(const void *p) {
-    return state().shards[(std::hash<const void *>{}(p) >> 4) % kShards];
-}
+size_t shardIndex(const void *p) { return (std::hash<const void *>{}(p) >> 4) % kShards; }
+
+Shard &shardOf(const void *p) { return state().shards[shardIndex(p)]; }
 
 thread_local Scope *tlsScope = nullptr;
 
@@ -74,10 +74,8 @@ Scope::~Scope() {
         left.swap(objects_);
     }
     state().liveRequestObjects -= left.size();
-    for (Object *obj : left) {
-        obj->scope_ = nullptr;
-        if (Runtime::retire(obj)) Runtime::destroy(obj);
-    }
+    for (Object *obj : left) obj->scope_ = nullptr;
+    Runtime::destroyAll(left);
 }
 
 Scope *Scope::current() { return tlsScope; }
@@ -193,6 +191,58 @@ void Runtime::destroy(Object *obj) {
             shard.objects.erase(evicted);
         }
         delete evicted;
+    }
+}
+
+// What retire and destroy do for one object, for many at once: each shard
+// and the quarantine are locked once per batch instead of once per object.
+void Runtime::destroyAll(std::vector<Object *> &objects) {
+    State &s = state();
+    std::array<std::vector<Object *>, kShards> byShard;
+    for (Object *obj : objects) byShard[shardIndex(obj->header_)].push_back(obj);
+    std::vector<Header *> headers;
+    headers.reserve(objects.size());
+    for (size_t i = 0; i < kShards; ++i) {
+        if (byShard[i].empty()) continue;
+        std::vector<Object *> retired;
+        {
+            std::lock_guard lock(s.shards[i].mutex);
+            for (Object *obj : byShard[i]) {
+                auto it = s.shards[i].objects.find(obj->header_);
+                if (it == s.shards[i].objects.end() || it->second != obj) continue;
+                it->second = nullptr;
+                retired.push_back(obj);
+            }
+        }
+        for (Object *obj : retired) {
+            Header *header = obj->header_;
+            Kind kind = obj->kind_;
+            if (obj->lifetime_ == Lifetime::Clone) --s.liveClones;
+            delete obj;
+            header->hdl = poisonBlock;
+            header->ft = poisonTable(kind);
+            headers.push_back(header);
+        }
+    }
+    std::array<std::vector<Header *>, kShards> evicted;
+    {
+        std::lock_guard lock(s.quarantineMutex);
+        for (Header *header : headers) {
+            s.quarantine.push_back(header);
+            if (s.quarantine.size() > kQuarantineSize) {
+                Header *old = s.quarantine.front();
+                s.quarantine.pop_front();
+                evicted[shardIndex(old)].push_back(old);
+            }
+        }
+    }
+    for (size_t i = 0; i < kShards; ++i) {
+        if (evicted[i].empty()) continue;
+        {
+            std::lock_guard lock(s.shards[i].mutex);
+            for (Header *header : evicted[i]) s.shards[i].objects.erase(header);
+        }
+        for (Header *header : evicted[i]) delete header;
     }
 }
 

@@ -154,6 +154,7 @@ private:
     static void adopt(Object *obj, Lifetime lifetime);
     static bool retire(Object *obj);  // unregisters; false if already released
     static void destroy(Object *obj);
+    static void destroyAll(std::vector<Object *> &objects);  // retire and destroy each that is still live
     friend class Scope;
 };
 

@@ -5,6 +5,8 @@
 #include "ObjectRuntime.h"
 #include "Value.h"
 
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -45,19 +47,28 @@ class InstanceObj : public Object {
 public:
     static constexpr Kind kKind = Kind::Instance;
     InstanceObj(const Flavor &flavor, InstanceV data, std::optional<std::vector<std::string>> filter = {});
-    InstanceV &data() { return data_; }
-    const InstanceV &data() const { return data_; }
+    // Shares data already in its returned form (a snapshot); a change copies it first.
+    InstanceObj(const Flavor &flavor, std::shared_ptr<const InstanceV> snapshot,
+                std::optional<std::vector<std::string>> filter = {});
+    const InstanceV &data() const { return *data_; }
+    // The data to change: this object's own copy from now on.
+    InstanceV &mutableData();
     // Property names kept by CMSetPropertyFilter (lower case); none = all.
     std::optional<std::vector<std::string>> &filter() { return filter_; }
     const std::optional<std::vector<std::string>> &filter() const { return filter_; }
     bool admits(std::string_view name) const;
     // The instance's path: namespace, class, and the key properties' values.
     ObjectPathV currentPath() const;
-    // The instance as it is returned: properties plus the current path.
-    InstanceV snapshot() const;
+    // The instance as it is returned: properties plus the current path. Kept
+    // and shared until the instance changes.
+    std::shared_ptr<const InstanceV> sharedSnapshot() const;
+    InstanceV snapshot() const { return *sharedSnapshot(); }
 
 private:
-    InstanceV data_;
+    std::shared_ptr<const InstanceV> data_;
+    mutable bool owned_;  // data_ was made here and was never handed out
+    mutable std::mutex snapshotMutex_;
+    mutable std::shared_ptr<const InstanceV> snapshot_;
     std::optional<std::vector<std::string>> filter_;
 };
 
@@ -127,7 +138,7 @@ private:
 struct ResultSink {
     enum class Accepts { Paths, Instances, Data };
     Accepts accepts = Accepts::Instances;
-    std::vector<InstanceV> instances;
+    std::vector<std::shared_ptr<const InstanceV>> instances;
     std::vector<ObjectPathV> paths;
     std::optional<Value> data;
 };

@@ -65,8 +65,8 @@ public:
     }
 
     // What the provider answered, as a reply; the frame's results move into it.
-    Reply finish(const CMPIStatus &st) {
-        Reply r;
+    SharedReply finish(const CMPIStatus &st) {
+        SharedReply r;
         r.rc = st.rc;
         if (st.msg != nullptr) {
             if (auto *msg = Runtime::resolve<rt::StringObj>(st.msg, nullptr); msg != nullptr && !msg->isNull())
@@ -97,7 +97,7 @@ private:
 
 const char *filterText(const std::string &s) { return s.empty() ? nullptr : s.c_str(); }
 
-void append(Reply &all, Reply &&part) {
+void append(SharedReply &all, SharedReply &&part) {
     all.paths.insert(all.paths.end(), std::make_move_iterator(part.paths.begin()),
                      std::make_move_iterator(part.paths.end()));
     all.instances.insert(all.instances.end(), std::make_move_iterator(part.instances.begin()),
@@ -108,45 +108,70 @@ void append(Reply &all, Reply &&part) {
     }
 }
 
-// A client's property list keeps the listed properties and the keys.
-void applyPropertyList(std::vector<InstanceV> &instances, const PropertyList *props) {
+// A client's property list keeps the listed properties and the keys; an
+// instance that loses properties becomes a copy of its own.
+void applyPropertyList(std::vector<std::shared_ptr<const InstanceV>> &instances, const PropertyList *props) {
     if (props == nullptr) return;
-    for (InstanceV &inst : instances) {
+    for (auto &shared : instances) {
+        const InstanceV &inst = *shared;
         auto keys = rt::classKeys(inst.path.className);
-        std::erase_if(inst.properties, [&](const auto &p) {
+        auto dropped = [&](const auto &p) {
             auto listed = [&](const std::string &n) { return iequals(n, p.first); };
             bool isKey = keys ? std::any_of(keys->begin(), keys->end(), listed) : inst.path.key(p.first) != nullptr;
             return !isKey && std::none_of(props->begin(), props->end(), listed);
-        });
+        };
+        if (std::none_of(inst.properties.begin(), inst.properties.end(), dropped)) continue;
+        auto narrowed = std::make_shared<InstanceV>(inst);
+        std::erase_if(narrowed->properties, dropped);
+        shared = std::move(narrowed);
     }
 }
 
-Reply unsupported(const std::string &what) { return Reply::error(CMPI_RC_ERR_NOT_SUPPORTED, what); }
+SharedReply unsupported(const std::string &what) { return SharedReply::error(CMPI_RC_ERR_NOT_SUPPORTED, what); }
 
 }  // namespace
 
 // ---- instances ---------------------------------------------------------------
 
+SharedReply SharedReply::error(CMPIrc rc, std::string message) {
+    SharedReply r;
+    r.rc = rc;
+    r.message = std::move(message);
+    return r;
+}
+
+Reply SharedReply::toReply() && {
+    Reply r;
+    r.rc = rc;
+    r.message = std::move(message);
+    r.paths = std::move(paths);
+    r.instances.reserve(instances.size());
+    for (auto &inst : instances) r.instances.push_back(*inst);
+    r.returnValue = std::move(returnValue);
+    return r;
+}
+
 Reply HostCore::enumerateInstanceNames(const CallContext &cc, const ObjectPathV &op) {
-    return enumerateInstances(cc, op, nullptr, true);
+    return enumerateShared(cc, op, nullptr, true).toReply();
 }
 
 Reply HostCore::enumerateInstances(const CallContext &cc, const ObjectPathV &op, const PropertyList *props) {
-    return enumerateInstances(cc, op, props, false);
+    return enumerateShared(cc, op, props, false).toReply();
 }
 
-Reply HostCore::enumerateInstances(const CallContext &cc, const ObjectPathV &op, const PropertyList *props,
-                                   bool names) {
+SharedReply HostCore::enumerateShared(const CallContext &cc, const ObjectPathV &op, const PropertyList *props,
+                                      bool names) {
     NestingGuard guard;
-    if (!guard.ok()) return Reply::error(CMPI_RC_ERR_FAILED, "up-calls nested too deeply");
+    if (!guard.ok()) return SharedReply::error(CMPI_RC_ERR_FAILED, "up-calls nested too deeply");
     std::string message;
-    if (CMPIrc rc = checkRequest(op.ns, op.className, message); rc != CMPI_RC_OK) return Reply::error(rc, message);
+    if (CMPIrc rc = checkRequest(op.ns, op.className, message); rc != CMPI_RC_OK)
+        return SharedReply::error(rc, message);
     auto targets = instanceTargets(op.ns, op.className, Route::Instance);
     if (targets.empty()) return unsupported("no provider serves " + op.className + " in " + op.ns);
 
-    Reply all;
+    SharedReply all;
     for (const Target &t : targets) {
-        Reply part;
+        SharedReply part;
         auto *mi = static_cast<CMPIInstanceMI *>(usableMi(*t.binding, MiKind::Instance, part));
         if (mi != nullptr) {
             // An enumeration names a class: the path carries no keys.
@@ -173,16 +198,21 @@ Reply HostCore::enumerateInstances(const CallContext &cc, const ObjectPathV &op,
 }
 
 Reply HostCore::getInstance(const CallContext &cc, const ObjectPathV &op, const PropertyList *props) {
+    return getInstanceShared(cc, op, props).toReply();
+}
+
+SharedReply HostCore::getInstanceShared(const CallContext &cc, const ObjectPathV &op, const PropertyList *props) {
     NestingGuard guard;
-    if (!guard.ok()) return Reply::error(CMPI_RC_ERR_FAILED, "up-calls nested too deeply");
+    if (!guard.ok()) return SharedReply::error(CMPI_RC_ERR_FAILED, "up-calls nested too deeply");
     std::string message;
-    if (CMPIrc rc = checkRequest(op.ns, op.className, message); rc != CMPI_RC_OK) return Reply::error(rc, message);
+    if (CMPIrc rc = checkRequest(op.ns, op.className, message); rc != CMPI_RC_OK)
+        return SharedReply::error(rc, message);
     auto targets = instanceTargets(op.ns, op.className, Route::Single);
     if (targets.empty()) return unsupported("no provider serves " + op.className + " in " + op.ns);
 
-    Reply last;
+    SharedReply last;
     for (const Target &t : targets) {
-        Reply part;
+        SharedReply part;
         auto *mi = static_cast<CMPIInstanceMI *>(usableMi(*t.binding, MiKind::Instance, part));
         if (mi != nullptr) {
             if (mi->ft->getInstance == nullptr) return unsupported(t.binding->module->name() + " has no getInstance");
@@ -202,18 +232,19 @@ Reply HostCore::getInstance(const CallContext &cc, const ObjectPathV &op, const 
 // ---- associations ------------------------------------------------------------
 
 template <class Call>
-Reply HostCore::forEachAssociation(const CallContext &cc, const ObjectPathV &op, const std::string &assocClass,
-                                   bool names, Call &&call) {
+SharedReply HostCore::forEachAssociation(const CallContext &cc, const ObjectPathV &op, const std::string &assocClass,
+                                         bool names, Call &&call) {
     NestingGuard guard;
-    if (!guard.ok()) return Reply::error(CMPI_RC_ERR_FAILED, "up-calls nested too deeply");
+    if (!guard.ok()) return SharedReply::error(CMPI_RC_ERR_FAILED, "up-calls nested too deeply");
     std::string message;
-    if (CMPIrc rc = checkRequest(op.ns, op.className, message); rc != CMPI_RC_OK) return Reply::error(rc, message);
+    if (CMPIrc rc = checkRequest(op.ns, op.className, message); rc != CMPI_RC_OK)
+        return SharedReply::error(rc, message);
     if (!assocClass.empty() && schema_.find(assocClass) == nullptr)
-        return Reply::error(CMPI_RC_ERR_INVALID_PARAMETER, "class " + assocClass + " does not exist");
+        return SharedReply::error(CMPI_RC_ERR_INVALID_PARAMETER, "class " + assocClass + " does not exist");
 
-    Reply all;
+    SharedReply all;
     for (Binding *b : associationTargets(op.ns, op.className, assocClass)) {
-        Reply part;
+        SharedReply part;
         auto *mi = static_cast<CMPIAssociationMI *>(usableMi(*b, MiKind::Association, part));
         if (mi != nullptr) {
             CallFrame frame(flavor_, cc, op, 0,
@@ -230,12 +261,28 @@ Reply HostCore::forEachAssociation(const CallContext &cc, const ObjectPathV &op,
 
 Reply HostCore::associators(const CallContext &cc, const ObjectPathV &op, const AssocFilter &f,
                             const PropertyList *props) {
-    PropertyList list = props != nullptr ? *props : PropertyList{};
-    Reply r = forEachAssociation(cc, op, f.assocClass, false, [&](CMPIAssociationMI *mi, CallFrame &frame) {
-        if (mi->ft->associators == nullptr) return unsupported("no associators operation");
-        std::vector<const char *> p;
-        for (const std::string &n : list) p.push_back(n.c_str());
+    return associatorsShared(cc, op, f, props, false).toReply();
+}
+
+Reply HostCore::associatorNames(const CallContext &cc, const ObjectPathV &op, const AssocFilter &f) {
+    return associatorsShared(cc, op, f, nullptr, true).toReply();
+}
+
+SharedReply HostCore::associatorsShared(const CallContext &cc, const ObjectPathV &op, const AssocFilter &f,
+                                        const PropertyList *props, bool names) {
+    std::vector<const char *> p;
+    if (props != nullptr) {
+        for (const std::string &n : *props) p.push_back(n.c_str());
         p.push_back(nullptr);
+    }
+    SharedReply r = forEachAssociation(cc, op, f.assocClass, names, [&](CMPIAssociationMI *mi, CallFrame &frame) {
+        if (names) {
+            if (mi->ft->associatorNames == nullptr) return unsupported("no associatorNames operation");
+            return frame.finish(mi->ft->associatorNames(mi, frame.ctx(), frame.rslt(), frame.op(),
+                                                        filterText(f.assocClass), filterText(f.resultClass),
+                                                        filterText(f.role), filterText(f.resultRole)));
+        }
+        if (mi->ft->associators == nullptr) return unsupported("no associators operation");
         return frame.finish(mi->ft->associators(mi, frame.ctx(), frame.rslt(), frame.op(), filterText(f.assocClass),
                                                 filterText(f.resultClass), filterText(f.role),
                                                 filterText(f.resultRole), props != nullptr ? p.data() : nullptr));
@@ -244,37 +291,35 @@ Reply HostCore::associators(const CallContext &cc, const ObjectPathV &op, const 
     return r;
 }
 
-Reply HostCore::associatorNames(const CallContext &cc, const ObjectPathV &op, const AssocFilter &f) {
-    return forEachAssociation(cc, op, f.assocClass, true, [&](CMPIAssociationMI *mi, CallFrame &frame) {
-        if (mi->ft->associatorNames == nullptr) return unsupported("no associatorNames operation");
-        return frame.finish(mi->ft->associatorNames(mi, frame.ctx(), frame.rslt(), frame.op(),
-                                                    filterText(f.assocClass), filterText(f.resultClass),
-                                                    filterText(f.role), filterText(f.resultRole)));
-    });
-}
-
 Reply HostCore::references(const CallContext &cc, const ObjectPathV &op, const std::string &resultClass,
                            const std::string &role, const PropertyList *props) {
-    PropertyList list = props != nullptr ? *props : PropertyList{};
-    Reply r = forEachAssociation(cc, op, resultClass, false, [&](CMPIAssociationMI *mi, CallFrame &frame) {
-        if (mi->ft->references == nullptr) return unsupported("no references operation");
-        std::vector<const char *> p;
-        for (const std::string &n : list) p.push_back(n.c_str());
+    return referencesShared(cc, op, resultClass, role, props, false).toReply();
+}
+
+Reply HostCore::referenceNames(const CallContext &cc, const ObjectPathV &op, const std::string &resultClass,
+                               const std::string &role) {
+    return referencesShared(cc, op, resultClass, role, nullptr, true).toReply();
+}
+
+SharedReply HostCore::referencesShared(const CallContext &cc, const ObjectPathV &op, const std::string &resultClass,
+                                       const std::string &role, const PropertyList *props, bool names) {
+    std::vector<const char *> p;
+    if (props != nullptr) {
+        for (const std::string &n : *props) p.push_back(n.c_str());
         p.push_back(nullptr);
+    }
+    SharedReply r = forEachAssociation(cc, op, resultClass, names, [&](CMPIAssociationMI *mi, CallFrame &frame) {
+        if (names) {
+            if (mi->ft->referenceNames == nullptr) return unsupported("no referenceNames operation");
+            return frame.finish(mi->ft->referenceNames(mi, frame.ctx(), frame.rslt(), frame.op(),
+                                                       filterText(resultClass), filterText(role)));
+        }
+        if (mi->ft->references == nullptr) return unsupported("no references operation");
         return frame.finish(mi->ft->references(mi, frame.ctx(), frame.rslt(), frame.op(), filterText(resultClass),
                                                filterText(role), props != nullptr ? p.data() : nullptr));
     });
     applyPropertyList(r.instances, props);
     return r;
-}
-
-Reply HostCore::referenceNames(const CallContext &cc, const ObjectPathV &op, const std::string &resultClass,
-                               const std::string &role) {
-    return forEachAssociation(cc, op, resultClass, true, [&](CMPIAssociationMI *mi, CallFrame &frame) {
-        if (mi->ft->referenceNames == nullptr) return unsupported("no referenceNames operation");
-        return frame.finish(mi->ft->referenceNames(mi, frame.ctx(), frame.rslt(), frame.op(), filterText(resultClass),
-                                                   filterText(role)));
-    });
 }
 
 // ---- methods -----------------------------------------------------------------
@@ -289,7 +334,8 @@ Reply HostCore::invokeMethod(const CallContext &cc, const ObjectPathV &op, const
     if (decl == nullptr)
         return Reply::error(CMPI_RC_ERR_METHOD_NOT_FOUND, "class " + op.className + " declares no method " + method);
     Binding *binding = methodTarget(op.ns, op.className);
-    if (binding == nullptr) return unsupported("no method provider serves " + op.className + " in " + op.ns);
+    if (binding == nullptr)
+        return Reply::error(CMPI_RC_ERR_NOT_SUPPORTED, "no method provider serves " + op.className + " in " + op.ns);
 
     // Arguments take the declared parameter types.
     NamedValues typed;
@@ -306,16 +352,17 @@ Reply HostCore::invokeMethod(const CallContext &cc, const ObjectPathV &op, const
         setNamed(typed, param->name, std::move(*converted));
     }
 
-    Reply failure;
+    SharedReply failure;
     auto *mi = static_cast<CMPIMethodMI *>(usableMi(*binding, MiKind::Method, failure));
-    if (mi == nullptr) return failure;
-    if (mi->ft->invokeMethod == nullptr) return unsupported(binding->module->name() + " has no invokeMethod");
+    if (mi == nullptr) return std::move(failure).toReply();
+    if (mi->ft->invokeMethod == nullptr)
+        return Reply::error(CMPI_RC_ERR_NOT_SUPPORTED, binding->module->name() + " has no invokeMethod");
     CallFrame frame(flavor_, cc, op, 0, rt::ResultSink::Accepts::Data, nullptr);
     rt::ArgsObj *inArgs = frame.args(std::move(typed));
     rt::ArgsObj *outArgs = frame.args({});
     CMPIStatus st = mi->ft->invokeMethod(mi, frame.ctx(), frame.rslt(), frame.op(), method.c_str(),
                                          inArgs->as<CMPIArgs>(), outArgs->as<CMPIArgs>());
-    Reply r = frame.finish(st);
+    Reply r = frame.finish(st).toReply();
     r.outArgs = outArgs->args();
     return r;
 }

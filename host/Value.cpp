@@ -194,6 +194,10 @@ Value Value::ref(ObjectPathV v) { return Value(CMPI_ref, std::make_shared<const 
 Value Value::instance(InstanceV v) {
     return Value(CMPI_instance, std::make_shared<const InstanceV>(std::move(v)));
 }
+Value Value::instance(std::shared_ptr<const InstanceV> v) {
+    if (!v) return null(CMPI_instance);
+    return Value(CMPI_instance, std::move(v));
+}
 Value Value::array(CMPIType elementType, Array elements) {
     return Value(static_cast<CMPIType>(elementType | CMPI_ARRAY), std::move(elements));
 }

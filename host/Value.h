@@ -65,6 +65,8 @@ public:
     static Value dateTime(DateTimeV v);
     static Value ref(ObjectPathV v);
     static Value instance(InstanceV v);
+    // Shares an instance that nobody changes any more.
+    static Value instance(std::shared_ptr<const InstanceV> v);
     // An array; elementType is the type without the array bit.
     static Value array(CMPIType elementType, Array elements);
 
@@ -82,6 +84,9 @@ public:
     const DateTimeV &asDateTime() const { return std::get<DateTimeV>(data_); }
     const ObjectPathV &asRef() const { return *std::get<std::shared_ptr<const ObjectPathV>>(data_); }
     const InstanceV &asInstance() const { return *std::get<std::shared_ptr<const InstanceV>>(data_); }
+    const std::shared_ptr<const InstanceV> &sharedInstance() const {
+        return std::get<std::shared_ptr<const InstanceV>>(data_);
+    }
     const Array &asArray() const { return std::get<Array>(data_); }
 
     // Display form: strings unquoted, references as path text, arrays in braces.

@@ -6,6 +6,7 @@
 #include "Host.h"
 #include "Inventory.h"
 #include "TypedArgs.h"
+#include "Tree.h"
 
 #include <CLI/CLI.hpp>
 
@@ -94,6 +95,8 @@ int main(int argc, char **argv) {
     CLI::App *inventory = app.add_subcommand(
         "inventory", "the adapter: controller, software, battery, ports, enclosures with sensors, slots and disks, "
         "extents, pools, volumes, default settings");
+    CLI::App *tree = app.add_subcommand(
+        "tree", "the adapter as a graph: the associations followed from the controller system down to the disks");
     CLI::App *ein = operation(app, "ein", "enumerate instance names", r, false);
     CLI::App *ei = operation(app, "ei", "enumerate instances", r, false);
     CLI::App *gi = operation(app, "gi", "get an instance", r, true);
@@ -137,6 +140,7 @@ int main(int argc, char **argv) {
             return 0;
         }
         if (*inventory) return cli::printInventory(host, std::cout, json);
+        if (*tree) return cli::printTree(host, std::cout, json);
         const PropertyList *props = r.properties.empty() ? nullptr : &r.properties;
         ObjectPathV path = host.path(r.ns, r.cls, pairs(r.keys, "key"));
         if (*ein) return print(host.enumerateInstanceNames(r.ns, r.cls), json);

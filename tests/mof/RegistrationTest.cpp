@@ -25,11 +25,11 @@ using Strings = std::vector<std::string>;
 TEST(Registration, ProjectFileListsTheModulesThatExistWithTheirKinds) {
     const auto entries = loadRegistration(kMofDir + "/Tovra.reg");
     struct Row {
-        const char *cls, *provider;
+        std::string cls, provider;
         Strings kinds;
     };
     const Strings im{"instance", "method"}, i{"instance"};
-    const std::vector<Row> expected = {
+    std::vector<Row> expected = {
         {"Tovra_RAIDControllerSystem", "TovraRAIDComputerSystemProvider", im},
         {"Tovra_RegisteredProfile", "TovraRegisteredProfileProvider", i},
         {"Tovra_StoragePool", "TovraStoragePoolProvider", im},
@@ -46,6 +46,14 @@ TEST(Registration, ProjectFileListsTheModulesThatExistWithTheirKinds) {
         {"Tovra_Battery", "TovraBatteryProvider", i},
         {"Tovra_SASSATAPort", "TovraSASSATAPortProvider", i},
     };
+    for (const char *assoc :
+         {"AllocatedFromStoragePool", "ConcreteComponent", "ElementSettingData", "Container", "MediaPresent",
+          "PackageInConnector", "RealizesDiskDrive", "RealizesPortController", "ComputerSystemSoftwareIdentity",
+          "DiskDriveSoftwareIdentity", "HostedStoragePool", "LogicalIdentity", "SystemPackaging",
+          "SystemDeviceBattery", "SystemDeviceDiskDrive", "SystemDeviceSASSATAPort", "SystemDeviceStorageVolume",
+          "SystemDeviceSoftwareIdentity", "ControllerConformsToProfile"})
+        expected.push_back(
+            {std::string("Tovra_") + assoc, std::string("Tovra") + assoc + "Provider", {"instance", "association"}});
     ASSERT_EQ(entries.size(), expected.size());
 
     ClassRepository classes;
@@ -65,6 +73,8 @@ TEST(Registration, ProjectFileListsTheModulesThatExistWithTheirKinds) {
         EXPECT_EQ(e.namespaces, Strings{c->nameSpace});
         const bool method = std::find(e.kinds.begin(), e.kinds.end(), "method") != e.kinds.end();
         EXPECT_EQ(method, classes.findMethod(e.className, "TimeCalibration") != nullptr);
+        const bool association = std::find(e.kinds.begin(), e.kinds.end(), "association") != e.kinds.end();
+        EXPECT_EQ(association, c->isAssociation);
     }
 }
 

@@ -67,6 +67,7 @@ std::vector<std::pair<std::string, Val>> flattenAll(const cimhost::NamedValues &
 
 Obj fromPath(const cimhost::ObjectPathV &p) {
     Obj o;
+    o.path = p.toString();
     o.ns = p.ns;
     o.className = p.className;
     o.keys = flattenAll(p.keys);
@@ -98,6 +99,10 @@ cimhost::Value toValue(const In &in) {
             cimhost::Value::Array items;
             for (uint64_t n : in.numbers) items.push_back(cimhost::Value::u32(static_cast<uint32_t>(n)));
             return cimhost::Value::array(CMPI_uint32, std::move(items));
+        }
+        case In::Kind::Ref: {
+            auto path = cimhost::ObjectPathV::parse(in.text);
+            return path ? cimhost::Value::ref(*path) : cimhost::Value::null(CMPI_ref);
         }
     }
     return {};
@@ -182,6 +187,8 @@ void addArg(CMPIArgs *in, const std::string &name, const In &value, const CMPIBr
             CMAddArg(in, name.c_str(), &arr, CMPI_uint32A);
             break;
         }
+        // No method takes a reference: its path text goes in as a string.
+        case In::Kind::Ref: CMAddArg(in, name.c_str(), value.text.c_str(), CMPI_chars); break;
     }
 }
 
@@ -209,6 +216,24 @@ Answer invokeDirect(const std::string &cls, const std::string &method, const Key
         }
     });
     return a;
+}
+
+cimhost::ObjectPathV parsed(const std::string &text) {
+    auto path = cimhost::ObjectPathV::parse(text);
+    if (!path) throw std::invalid_argument("not a path: " + text);
+    return *path;
+}
+Answer associatorNames(const std::string &source, const AssocFilter &f) {
+    return fromReply(host().associatorNames(parsed(source), {f.assocClass, f.resultClass, f.role, f.resultRole}));
+}
+Answer associators(const std::string &source, const AssocFilter &f) {
+    return fromReply(host().associators(parsed(source), {f.assocClass, f.resultClass, f.role, f.resultRole}));
+}
+Answer referenceNames(const std::string &source, const std::string &assocClass, const std::string &role) {
+    return fromReply(host().referenceNames(parsed(source), assocClass, role));
+}
+Answer references(const std::string &source, const std::string &assocClass, const std::string &role) {
+    return fromReply(host().references(parsed(source), assocClass, role));
 }
 
 void inRequest(const std::function<void(const CMPIBroker *, const CMPIContext *)> &body) {

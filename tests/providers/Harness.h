@@ -33,6 +33,7 @@ struct Val {
 };
 
 struct Obj {
+    std::string path;  // the path as text
     std::string ns;
     std::string className;
     std::vector<std::pair<std::string, Val>> keys;
@@ -57,7 +58,7 @@ using KeyList = std::vector<std::pair<std::string, std::string>>;
 
 // Typed key or argument value handed to the host.
 struct In {
-    enum class Kind { Text, Uint32, Uint8, Null, Uint32Array } kind;
+    enum class Kind { Text, Uint32, Uint8, Null, Uint32Array, Ref } kind;
     std::string text;
     uint64_t number = 0;
     std::vector<uint64_t> numbers;
@@ -66,6 +67,20 @@ struct In {
     static In u8(uint64_t n) { return {Kind::Uint8, {}, n, {}}; }
     static In null() { return {Kind::Null, {}, 0, {}}; }
     static In u32s(std::vector<uint64_t> list) { return {Kind::Uint32Array, {}, 0, std::move(list)}; }
+    static In ref(std::string pathText) { return {Kind::Ref, std::move(pathText), 0, {}}; }
+}; }
+    static In u32(uint64_t n) { return {Kind::Uint32, {}, n, {}}; }
+    static In u8(uint64_t n) { return {Kind::Uint8, {}, n, {}}; }
+    static In null() { return {Kind::Null, {}, 0, {}}; }
+    static In u32s(std::vector<uint64_t> list) { return {Kind::Uint32Array, {}, 0, std::move(list)}; }
+    enum class Kind { Text, Uint32, Uint8, Null, Ref } kind;
+    std::string text;
+    uint64_t number = 0;
+    static In str(std::string s) { return {Kind::Text, std::move(s), 0}; }
+    static In u32(uint64_t n) { return {Kind::Uint32, {}, n}; }
+    static In u8(uint64_t n) { return {Kind::Uint8, {}, n}; }
+    static In null() { return {Kind::Null, {}, 0}; }
+    static In ref(std::string pathText) { return {Kind::Ref, std::move(pathText), 0}; }
 };
 using Keys = std::vector<std::pair<std::string, In>>;
 
@@ -83,6 +98,15 @@ Answer invoke(const std::string &cls, const std::string &method, const Keys &arg
 // bypassing the host's conversion to the declared types (so undeclared names
 // and other types reach the provider). A null In is a null uint32.
 Answer invokeDirect(const std::string &cls, const std::string &method, const Keys &args = {});
+// Association requests from the object whose path text is given
+// ("ns:Class.Key=\"v\""); an empty text is no filter.
+struct AssocFilter {
+    std::string assocClass, resultClass, role, resultRole;
+};
+Answer associatorNames(const std::string &source, const AssocFilter &f = {});
+Answer associators(const std::string &source, const AssocFilter &f = {});
+Answer referenceNames(const std::string &source, const std::string &assocClass = {}, const std::string &role = {});
+Answer references(const std::string &source, const std::string &assocClass = {}, const std::string &role = {});
 
 // Runs body inside a host request, with the host's broker and a context
 // carrying the test principal.
