@@ -68,19 +68,6 @@ struct In {
     static In null() { return {Kind::Null, {}, 0, {}}; }
     static In u32s(std::vector<uint64_t> list) { return {Kind::Uint32Array, {}, 0, std::move(list)}; }
     static In ref(std::string pathText) { return {Kind::Ref, std::move(pathText), 0, {}}; }
-}; }
-    static In u32(uint64_t n) { return {Kind::Uint32, {}, n, {}}; }
-    static In u8(uint64_t n) { return {Kind::Uint8, {}, n, {}}; }
-    static In null() { return {Kind::Null, {}, 0, {}}; }
-    static In u32s(std::vector<uint64_t> list) { return {Kind::Uint32Array, {}, 0, std::move(list)}; }
-    enum class Kind { Text, Uint32, Uint8, Null, Ref } kind;
-    std::string text;
-    uint64_t number = 0;
-    static In str(std::string s) { return {Kind::Text, std::move(s), 0}; }
-    static In u32(uint64_t n) { return {Kind::Uint32, {}, n}; }
-    static In u8(uint64_t n) { return {Kind::Uint8, {}, n}; }
-    static In null() { return {Kind::Null, {}, 0}; }
-    static In ref(std::string pathText) { return {Kind::Ref, std::move(pathText), 0}; }
 };
 using Keys = std::vector<std::pair<std::string, In>>;
 
