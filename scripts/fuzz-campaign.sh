@@ -7,7 +7,8 @@
 #   scripts/fuzz-campaign.sh [SECONDS] [TARGET...]
 #
 # TOVRA_FUZZ_SANITIZE=none drops ASan+UBSan (faster, finds less);
-# TOVRA_FUZZ_NICE sets the nice level (default 19). The corpus a run grows is
+# TOVRA_FUZZ_NICE sets the nice level (default 19); TOVRA_FUZZ_PARALLEL runs
+# that many targets at once (default 1). The corpus a run grows is
 # kept in build-fuzz/fuzz/campaign/<target>/corpus and reused by the next run;
 # crash inputs land in build-fuzz/fuzz/campaign/<target>/crashes.
 set -euo pipefail
@@ -36,23 +37,32 @@ nice -n "$niceness" cmake --build "$build" -j "$(nproc)" --target "${targets[@]/
 
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:allocator_may_return_null=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
-failed=0
-rows=()
-for t in "${targets[@]}"; do
-  work="$build/fuzz/campaign/$t"
+run_one() {
+  local t=$1 work="$build/fuzz/campaign/$1"
   mkdir -p "$work/corpus" "$work/crashes"
   echo "== $t: ${seconds}s" >&2
   nice -n "$niceness" "$build/fuzz/${t}_fuzz" -max_total_time="$seconds" -print_final_stats=1 \
     -artifact_prefix="$work/crashes/" -rss_limit_mb=4096 "$work/corpus" "fuzz/corpus/$t" >"$work/log" 2>&1 || true
+}
+# TOVRA_FUZZ_PARALLEL targets run at once (default 1).
+parallel=${TOVRA_FUZZ_PARALLEL:-1}
+for t in "${targets[@]}"; do
+  while [ "$(jobs -rp | wc -l)" -ge "$parallel" ]; do wait -n || true; done
+  run_one "$t" &
+done
+wait
+
+failed=0
+printf '%-14s %12s %7s %8s %7s %8s\n' target executions cov features corpus crashes
+for t in "${targets[@]}"; do
+  work="$build/fuzz/campaign/$t"
   execs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$work/log" | tail -1)
   cov=$(grep -o 'cov: [0-9]*' "$work/log" | tail -1 | cut -d' ' -f2)
   ft=$(grep -o 'ft: [0-9]*' "$work/log" | tail -1 | cut -d' ' -f2)
   corpus=$(find "$work/corpus" -type f | wc -l)
   crashes=$(find "$work/crashes" -type f | wc -l)
   [ "$crashes" -gt 0 ] && failed=1
-  rows+=("$(printf '%-14s %12s %7s %8s %7s %8s' "$t" "${execs:-?}" "${cov:-?}" "${ft:-?}" "$corpus" "$crashes")")
+  printf '%-14s %12s %7s %8s %7s %8s\n' "$t" "${execs:-?}" "${cov:-?}" "${ft:-?}" "$corpus" "$crashes"
 done
-printf '%-14s %12s %7s %8s %7s %8s\n' target executions cov features corpus crashes
-printf '%s\n' "${rows[@]}"
-[ $failed -eq 0 ] || echo "crash inputs are in $build/fuzz/campaign/<target>/crashes; logs beside them" >&2
+[ $failed -eq 0 ] || echo "crash inputs are in $build/fuzz/campaign/<target>/crashes, logs beside them" >&2
 exit $failed

@@ -111,9 +111,18 @@ const std::vector<Operation> &operations() {
         addInstanceModule(ops, "Tovra_DiskDriveSlot", Path::Cached, GetFrom::OwnLookup);
         addInstanceModule(ops, "Tovra_DiskExtent", Path::Cached);
         addInstanceModule(ops, "Tovra_Chassis", Path::Cached, GetFrom::OwnLookup);
-        // Association modules: one row per operation, Path::Cached (the far
-        // end is enumerated through the broker).
-        // Method modules: the cache-reset method of each, then its own methods.
+        // Association modules: one row per operation, Path::Cached (the source
+        // and the far end are read through the broker), for example
+        //   ops.push_back({"Tovra_X_AssociatorNames", Path::Cached, [] {
+        //       const Keys source = keysOf(enumNames("Tovra_StoragePool").objects.at(0));
+        //       return Call([=] { return associatorNames("Tovra_StoragePool", source); });
+        //   }});
+        // Method modules: the cache-reset method of each, then its own methods
+        // as Path::Command rows with the overrides their rules give, e.g.
+        //   addMethod(ops, "Tovra_StoragePool", "DeleteRAIDSet", Path::Command, {{"RAIDNo", In::u32(2)}},
+        //             {{"OpenFailure", status(CMPI_RC_ERROR_SYSTEM, "DeleteRAIDSet: File Open Failed.")}});
+        // (the arrange step runs on a freshly reset adapter, so a row may first
+        // create what its method removes).
         for (const char *cls : {"Tovra_RAIDControllerSystem", "Tovra_StoragePool", "Tovra_StorageVolume",
                                 "Tovra_DiskDrive"})
             addMethod(ops, cls, "TimeCalibration", Path::NoDevice);

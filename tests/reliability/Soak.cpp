@@ -200,8 +200,9 @@ int main(int argc, char **argv) {
 
     const long endRss = residentKiB();
     const bool leftOpen = sim::openDescriptors() != 0, leftObjects = liveRequestObjects() != 0;
-    std::printf("requests %lu, cache rebuild passes %lu, rejected answers %lu\n", done.load(), rebuilds,
-                rejected.load());
+    std::printf("requests %lu, cache rebuild passes %lu, controller reads (one per rebuild attempt) %u, "
+                "rejected answers %lu\n",
+                done.load(), rebuilds, sim::exchanges(0x23), rejected.load());
     std::printf("resident memory: first report %ld KiB, end %ld KiB (%+.1f%%), peak %ld KiB\n", firstRss, endRss,
                 firstRss ? 100.0 * (endRss - firstRss) / firstRss : 0.0, peakRss);
     std::printf("left behind: %u descriptors, %zu request objects\n", sim::openDescriptors(), liveRequestObjects());
