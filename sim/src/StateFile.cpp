@@ -14,7 +14,8 @@ namespace tovra::sim {
 SavedState parseStateText(const std::string &text, const std::string &origin) {
     try {
         const auto j = nlohmann::json::parse(text);
-        if (j.value("version", 0) != kStateFileVersion)
+        // Compared as JSON: a version too large for any integer is just another version.
+        if (!j.is_object() || !j.contains("version") || j.at("version") != kStateFileVersion)
             throw std::runtime_error("state file " + origin + " has another version");
         return SavedState{modelFromJson(j.at("model")), j.value("scenario", std::string())};
     } catch (const nlohmann::json::exception &e) {
