@@ -16,3 +16,16 @@ elseif(TOVRA_SANITIZE STREQUAL "thread")
 elseif(NOT TOVRA_SANITIZE STREQUAL "")
   message(FATAL_ERROR "TOVRA_SANITIZE must be empty, address or thread")
 endif()
+
+# Coverage-guided fuzzing (clang): every library a fuzz target drives is
+# instrumented, not only the entry points; fuzz/CMakeLists.txt adds the
+# engine to the fuzz targets. Executables get the coverage callbacks from the
+# runtime clang links in and export them to the shared libraries they load.
+option(TOVRA_LIBFUZZER "Build the libFuzzer targets with instrumented libraries (clang only)" OFF)
+if(TOVRA_LIBFUZZER)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "TOVRA_LIBFUZZER needs clang: configure with -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang")
+  endif()
+  add_compile_options(-fsanitize=fuzzer-no-link)
+  add_link_options(-fsanitize=fuzzer-no-link)
+endif()

@@ -341,7 +341,7 @@ Reply HostCore::invokeMethod(const CallContext &cc, const ObjectPathV &op, const
     NamedValues typed;
     for (const auto &[name, value] : in) {
         auto param = std::find_if(decl->params.begin(), decl->params.end(),
-                                  [&](const ParameterDecl &p) { return iequals(p.name, name); });
+                                  [&name = name](const ParameterDecl &p) { return iequals(p.name, name); });
         if (param == decl->params.end() || !param->in)
             return Reply::error(CMPI_RC_ERR_INVALID_PARAMETER, method + " has no input parameter " + name);
         auto converted = value.convertTo(cmpiTypeOf(param->type, param->isArray));

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds everything twice (plain, and with AddressSanitizer + UBSan) and runs
-# every test in both builds. The plain build runs last, so the output ends
-# with ctest's summary.
+# every test in both builds; a third build under ThreadSanitizer runs the
+# tests that use threads (providers, simulator, reliability). The plain build
+# runs last, so the output ends with ctest's summary.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
@@ -10,6 +11,11 @@ jobs=$(nproc)
 cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DTOVRA_SANITIZE=address -DTOVRA_BUILD_BENCH=OFF >/dev/null
 cmake --build build-asan -j "$jobs"
 (cd build-asan && ctest --output-on-failure -j "$jobs")
+
+cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DTOVRA_SANITIZE=thread -DTOVRA_BUILD_BENCH=OFF >/dev/null
+cmake --build build-tsan -j "$jobs" --target provider_tests sim_tests fault_matrix_tests tovra_soak
+(cd build-tsan && TSAN_OPTIONS=second_deadlock_stack=1 \
+  ctest --output-on-failure -j "$jobs" -R '^(providers|sim|reliability)[.]' -E 'cli_inventory')
 
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build -j "$jobs"

@@ -168,7 +168,9 @@ std::vector<std::string> ClassRepository::classNames() const {
 void ClassRepository::validate() const {
     for (const auto &[key, e] : classes_) {
         const ClassDecl &cls = e.decl;
-        auto fail = [&](const std::string &message) { throw MofError(e.file, e.line, cls.name + ": " + message); };
+        auto fail = [&e = e, &cls](const std::string &message) {
+            throw MofError(e.file, e.line, cls.name + ": " + message);
+        };
 
         const auto ancestry = chain(cls.name);
         const ClassDecl *root = ancestry.back();

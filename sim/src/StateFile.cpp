@@ -11,19 +11,24 @@
 
 namespace tovra::sim {
 
+SavedState parseStateText(const std::string &text, const std::string &origin) {
+    try {
+        const auto j = nlohmann::json::parse(text);
+        // Compared as JSON: a version too large for any integer is just another version.
+        if (!j.is_object() || !j.contains("version") || j.at("version") != kStateFileVersion)
+            throw std::runtime_error("state file " + origin + " has another version");
+        return SavedState{modelFromJson(j.at("model")), j.value("scenario", std::string())};
+    } catch (const nlohmann::json::exception &e) {
+        throw std::runtime_error("state file " + origin + ": " + e.what());
+    }
+}
+
 std::optional<SavedState> readStateFile(const std::string &path) {
     std::ifstream in(path, std::ios::binary);
     if (!in) return std::nullopt;
     std::ostringstream text;
     text << in.rdbuf();
-    try {
-        const auto j = nlohmann::json::parse(text.str());
-        if (j.value("version", 0) != kStateFileVersion)
-            throw std::runtime_error("state file " + path + " has another version");
-        return SavedState{modelFromJson(j.at("model")), j.value("scenario", std::string())};
-    } catch (const nlohmann::json::exception &e) {
-        throw std::runtime_error("state file " + path + ": " + e.what());
-    }
+    return parseStateText(text.str(), path);
 }
 
 void writeStateFile(const std::string &path, const Model &model, const std::string &scenario) {

@@ -14,6 +14,9 @@ struct SavedState {
     std::string scenario;
 };
 
+// The state file's text to model; `origin` names it in errors. Throws
+// std::runtime_error when the text cannot be used (bad JSON, other version).
+SavedState parseStateText(const std::string &text, const std::string &origin);
 // Empty when the file does not exist; throws std::runtime_error when it exists
 // but cannot be used (unreadable, bad JSON, other version).
 std::optional<SavedState> readStateFile(const std::string &path);

@@ -17,7 +17,6 @@ struct StorageVolume {
     static constexpr const char *kPrefix = "TovraStorageVolumeProvider";
     static constexpr const char *kClass = "Tovra_StorageVolume";
     static constexpr const char *kSuperClass = "CIM_StorageVolume";
-    static constexpr const char *kGetKey = "DeviceID";
     static inline const char *kKeys[] = {"CreationClassName", "DeviceID", "SystemName", "SystemCreationClassName",
                                             nullptr};
     static constexpr CMPICount kCapacity = 32;
