@@ -166,6 +166,7 @@ uint32_t Engine::eventTime() const {
 
 bool Engine::isDeviceFd(int fd) {
     if (deviceFdCount_.load(std::memory_order_acquire) == 0) return false;
+    if (fd >= 0 && fd < kFdFlags) return deviceFdFlags_[fd].load(std::memory_order_acquire);
     Lock lock(mutex);
     return deviceFds.count(fd) != 0;
 }
@@ -180,6 +181,7 @@ int Engine::openDevice(int flags) {
     const int fd = real::open("/dev/null", O_RDWR | (flags & O_CLOEXEC), 0);
     if (fd < 0) return -1;
     deviceFds.insert(fd);
+    if (fd < kFdFlags) deviceFdFlags_[fd].store(true, std::memory_order_release);
     pending.erase(fd);
     deviceFdCount_.store(static_cast<int>(deviceFds.size()), std::memory_order_release);
     return fd;
@@ -188,6 +190,7 @@ int Engine::openDevice(int flags) {
 int Engine::closeDevice(int fd) {
     Lock lock(mutex);
     deviceFds.erase(fd);
+    if (fd >= 0 && fd < kFdFlags) deviceFdFlags_[fd].store(false, std::memory_order_release);
     pending.erase(fd);
     deviceFdCount_.store(static_cast<int>(deviceFds.size()), std::memory_order_release);
     return real::close(fd);

@@ -5,6 +5,7 @@
 
 #include <pthread.h>
 
+#include <array>
 #include <atomic>
 #include <deque>
 #include <map>
@@ -117,6 +118,10 @@ private:
 
     bool modelLoaded_ = false;
     std::atomic<int> deviceFdCount_{0};
+    // Device descriptors below kFdFlags, readable without the lock: every
+    // close() of the process asks, including the sanitizers' own.
+    static constexpr int kFdFlags = 4096;
+    std::array<std::atomic<bool>, kFdFlags> deviceFdFlags_{};
     std::atomic<bool> capture_{false};
 };
 
