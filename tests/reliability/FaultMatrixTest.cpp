@@ -9,7 +9,13 @@
 // for the faults whose default does not fit (its open-failure text, say).
 #include "FaultMatrix.h"
 
+#include <tovrasim/FirmwareImage.h>
+
+#include <unistd.h>
+
+#include <fstream>
 #include <future>
+#include <limits>
 #include <sstream>
 
 using namespace harness;
@@ -59,6 +65,7 @@ Keys keysOf(const Obj &o) {
     Keys keys;
     for (const auto &[name, v] : o.keys)
         if (v.kind == Val::Kind::Text) keys.emplace_back(name, In::str(v.text));
+        else if (v.kind == Val::Kind::Other) keys.emplace_back(name, In::ref(v.text));  // an association's end
     return keys;
 }
 
@@ -67,6 +74,7 @@ enum class GetFrom {
     Cache,       // the instance cache, refreshed through the broker when stale
     OwnLookup,   // a lookup of its own on the adapter
     Constants,   // built from constants, without the device
+    Existence,   // the adapter is asked whether it exists, then the cache answers
 };
 
 // The three read operations of an instance module.
@@ -82,6 +90,9 @@ void addInstanceModule(std::vector<Operation> &ops, const std::string &cls, Path
     std::map<std::string, Expect> getOverrides;
     if (get == GetFrom::Cache && path == Path::Cached)
         getOverrides = {{"ReadFailure", fromOldCache}, {"WriteFailure", same()}};
+    // A failed read or send of the existence check finds nothing.
+    if (get == GetFrom::Existence)
+        getOverrides = {{"ReadFailure", status(CMPI_RC_ERR_NOT_FOUND)}, {"WriteFailure", status(CMPI_RC_ERR_NOT_FOUND)}};
     ops.push_back({ident(cls) + "_GetInstance", get == GetFrom::Constants ? Path::NoDevice : path,
                    [=] {
                        const Answer names = enumNames(cls, ns);
@@ -98,6 +109,213 @@ void addMethod(std::vector<Operation> &ops, const std::string &cls, const std::s
                    [=] { return Call([=] { return invoke(cls, method, args); }); }, std::move(overrides)});
 }
 
+// The path text of the first instance of a class (an association's source).
+std::string firstPath(const std::string &cls) {
+    const Answer names = enumNames(cls);
+    EXPECT_FALSE(names.objects.empty()) << "no " << cls << " to start from";
+    return names.objects.empty() ? std::string() : names.objects.front().path;
+}
+
+// Association modules read their two ends through the broker, so they answer
+// as instance reads do. Every one: its names and the far ends of one source;
+// the first one all seven operations.
+void addAssociationModules(std::vector<Operation> &ops) {
+    using Rules = std::map<std::string, Expect>;
+    // A source end whose get asks the adapter first: a failed read or send
+    // leaves nothing to find.
+    const Rules sourceLookedUp = {{"ReadFailure", status(CMPI_RC_ERR_NOT_FOUND)},
+                                  {"WriteFailure", status(CMPI_RC_ERR_NOT_FOUND)}};
+    // A source read from its old cache, and a far end built from constants.
+    Expect fromOldCache = same();
+    fromOldCache.log = "ioctl READ Error";
+    const Rules farEndConstant = {{"ReadFailure", fromOldCache}, {"WriteFailure", same()}};
+    // A failed enumeration of one end skips to the next instance of the other.
+    Rules tolerant;
+    for (const FaultCase &f : faults())
+        if (!f.cached.asWithoutFault) tolerant.emplace(f.name, status(CMPI_RC_OK));
+    struct Assoc {
+        const char *cls;
+        const char *source;        // a class at one of its ends, in the provider namespace
+        Path associatorPath = Path::Cached;
+        Rules associatorRules = {};
+        Rules enumRules = {};
+    };
+    const Assoc kAssociations[] = {
+        {"Tovra_AllocatedFromStoragePool", "Tovra_StoragePool"},
+        {"Tovra_ComputerSystemSoftwareIdentity", "Tovra_SoftwareIdentity", Path::Cached, sourceLookedUp},
+        {"Tovra_ConcreteComponent", "Tovra_StoragePool"},
+        {"Tovra_Container", "Tovra_Chassis"},
+        // Its associators do not fetch the source; the far end is constant.
+        {"Tovra_ControllerConformsToProfile", "Tovra_PortController", Path::NoDevice, {}, tolerant},
+        {"Tovra_DiskDriveSoftwareIdentity", "Tovra_SoftwareIdentity", Path::Cached, sourceLookedUp},
+        {"Tovra_ElementSettingData", "Tovra_StorageVolume", Path::Cached, farEndConstant},
+        {"Tovra_HostedStoragePool", "Tovra_RAIDControllerSystem"},
+        {"Tovra_LogicalIdentity", "Tovra_PortController"},
+        {"Tovra_MediaPresent", "Tovra_DiskDrive"},
+        {"Tovra_PackageInConnector", "Tovra_PhysicalPackage"},
+        {"Tovra_RealizesDiskDrive", "Tovra_PhysicalPackage"},
+        {"Tovra_RealizesPortController", "Tovra_PortController"},
+        {"Tovra_SystemDeviceBattery", "Tovra_RAIDControllerSystem"},
+        {"Tovra_SystemDeviceDiskDrive", "Tovra_RAIDControllerSystem"},
+        {"Tovra_SystemDeviceSASSATAPort", "Tovra_RAIDControllerSystem"},
+        {"Tovra_SystemDeviceSoftwareIdentity", "Tovra_RAIDControllerSystem"},
+        {"Tovra_SystemDeviceStorageVolume", "Tovra_RAIDControllerSystem"},
+        {"Tovra_SystemPackaging", "Tovra_RAIDControllerSystem"},
+    };
+    for (const Assoc &a : kAssociations) {
+        const std::string cls = a.cls, source = a.source, name = ident(cls);
+        const AssocFilter only{cls, "", "", ""};
+        ops.push_back({name + "_EnumInstanceNames", Path::Cached, [=] { return Call([=] { return enumNames(cls); }); },
+                       a.enumRules});
+        ops.push_back({name + "_AssociatorNames", a.associatorPath,
+                       [=] {
+                           const std::string from = firstPath(source);
+                           return Call([=] { return associatorNames(from, only); });
+                       },
+                       a.associatorRules});
+        if (&a != &kAssociations[0]) continue;
+        ops.push_back({name + "_EnumInstances", Path::Cached, [=] { return Call([=] { return enumInstances(cls); }); }});
+        // Built from the keys given, without the broker.
+        ops.push_back({name + "_GetInstance", Path::NoDevice, [=] {
+                           const Answer names = enumNames(cls);
+                           EXPECT_FALSE(names.objects.empty()) << "nothing to get in " << cls;
+                           const Keys keys = names.objects.empty() ? Keys{} : keysOf(names.objects.front());
+                           return Call([=] { return getInstance(cls, keys); });
+                       }});
+        ops.push_back({name + "_Associators", Path::Cached, [=] {
+                           const std::string from = firstPath(source);
+                           return Call([=] { return associators(from, only); });
+                       }});
+        ops.push_back({name + "_ReferenceNames", Path::Cached, [=] {
+                           const std::string from = firstPath(source);
+                           return Call([=] { return referenceNames(from, cls); });
+                       }});
+        ops.push_back({name + "_References", Path::Cached, [=] {
+                           const std::string from = firstPath(source);
+                           return Call([=] { return references(from, cls); });
+                       }});
+    }
+}
+
+// A method row: its own open-failure text, and what a failed send answers.
+std::map<std::string, Expect> methodRules(const std::string &method, Expect writeFailure,
+                                          std::map<std::string, Expect> more = {}) {
+    more.emplace("OpenFailure", status(CMPI_RC_ERROR_SYSTEM, method + ": File Open Failed."));
+    more.emplace("WriteFailure", std::move(writeFailure));
+    return more;
+}
+
+// A settings method: the adapter's password is checked beforehand (changes
+// are refused without), and the call is made inside the allowed window.
+void addSettingsMethod(std::vector<Operation> &ops, const std::string &method, const Keys &args,
+                       Expect writeFailure, std::map<std::string, Expect> more = {}) {
+    const std::string cls = "Tovra_RAIDControllerSystem";
+    ops.push_back({ident(cls) + "_" + method, Path::Command,
+                   [=] {
+                       return Call([=] {
+                           sim::withModel([](sim::Model &m) {
+                               m.settings.unlockedUntil = std::numeric_limits<uint32_t>::max();
+                           });
+                           return invoke(cls, method, args);
+                       });
+                   },
+                   methodRules(method, std::move(writeFailure), std::move(more))});
+}
+
+// One page of a valid image, written where the provider can read it and
+// removed when the tests end.
+const std::string &firmwareFile() {
+    struct Image {
+        std::string path = ::testing::TempDir() + "tovra-matrix-" + std::to_string(::getpid()) + ".img";
+        Image() {
+            const auto image = sim::makeFirmwareImage("V1.60 2026-11-02", 300);
+            std::ofstream(path, std::ios::binary)
+                .write(reinterpret_cast<const char *>(image.data()), static_cast<std::streamsize>(image.size()));
+        }
+        ~Image() { ::unlink(path.c_str()); }
+    };
+    static const Image image;
+    return image.path;
+}
+
+void addMethodModules(std::vector<Operation> &ops) {
+    const Expect failed = status(CMPI_RC_ERR_FAILED), ok = status(CMPI_RC_OK);
+    auto add = [&](const std::string &cls, const std::string &method, const Keys &args, const Expect &writeFailure) {
+        addMethod(ops, cls, method, Path::Command, args, methodRules(method, writeFailure));
+    };
+    const std::string pool = "Tovra_StoragePool", volume = "Tovra_StorageVolume", disk = "Tovra_DiskDrive";
+    add(pool, "CreateRAIDSet",
+        {{"MemberDisks", In::u32(2)}, {"DiskArray", In::u32s({4, 5})}, {"Enc", In::u32(2)}, {"Name", In::str("New")}},
+        failed);
+    // A set without volumes, made first, so that the delete succeeds.
+    ops.push_back({"Tovra_StoragePool_DeleteRAIDSet", Path::Command,
+                   [=] {
+                       const Answer made = invoke(pool, "CreateRAIDSet",
+                                                  {{"MemberDisks", In::u32(2)}, {"DiskArray", In::u32s({4, 5})},
+                                                   {"Enc", In::u32(2)}, {"Name", In::str("Gone")}});
+                       EXPECT_EQ(made.rc, CMPI_RC_OK) << made.message;
+                       return Call([=] { return invoke(pool, "DeleteRAIDSet", {{"RAIDNo", In::u32(3)}}); });
+                   },
+                   methodRules("DeleteRAIDSet", failed)});
+    // "Encls" is read only up to the number of sets in the pool's instance cache: fill it.
+    ops.push_back({"Tovra_StoragePool_ExpandRAIDSet", Path::Command,
+                   [=] {
+                       EXPECT_EQ(enumInstances(pool).objects.size(), 2u);
+                       return Call([=] {
+                           return invoke(pool, "ExpandRAIDSet", {{"RAIDNo", In::u32(2)},
+                                                                 {"DiskArray", In::u32s({4})},
+                                                                 {"Encls", In::u32s({2})}});
+                       });
+                   },
+                   methodRules("ExpandRAIDSet", failed)});
+    add(pool, "OfflineRAIDSet", {{"RAIDNo", In::u32(2)}}, failed);
+    add(pool, "ActivateRAIDSet", {{"RAIDNo", In::u32(2)}}, failed);
+    add(pool, "CreateHotSpare", {{"Type", In::u32(1)}, {"RAIDNo", In::u32(2)}, {"Enc", In::u32(2)}, {"Disk", In::u32(4)}},
+        failed);
+    add(pool, "DeleteHotSpare", {{"Enc", In::u32(1)}, {"Disk", In::u32(5)}}, failed);
+    add(volume, "CreateVolume",
+        {{"ID", In::u32(2)}, {"LUN", In::u32(0)}, {"RAIDNo", In::u32(2)}, {"Strp", In::u32(128)}, {"Ll", In::u32(5)},
+         {"Cap", In::u32(10)}, {"Name", In::str("Vol")}, {"Cache", In::u32(1)}, {"FG", In::u32(1)},
+         {"GtT", In::u32(1)}, {"Tag", In::u32(1)}},
+        failed);
+    add(volume, "ModifyVolume",
+        {{"Cap", In::u32(1500)}, {"Num", In::u32(3)}, {"ID", In::u32(0)}, {"LUN", In::u32(2)}, {"Strp", In::u32(64)},
+         {"Ll", In::u32(5)}, {"Name", In::str("Big")}, {"Cache", In::u32(1)}, {"Tag", In::u32(0)}},
+        failed);
+    add(volume, "DeleteVolume", {{"Num", In::u32(3)}}, failed);
+    const auto target = [](unsigned enc, unsigned slot, unsigned id, unsigned lun) {
+        return Keys{{"enc", In::u32(enc)}, {"slt", In::u32(slot)}, {"id", In::u32(id)}, {"lun", In::u32(lun)},
+                    {"tag", In::u32(1)}, {"cache", In::u32(0)}};
+    };
+    add(disk, "CreatePassThrough", target(2, 4, 3, 1), ok);
+    add(disk, "ModifyPassThrough", target(1, 6, 5, 2), ok);
+    add(disk, "DeletePassThrough", {{"enc", In::u32(1)}, {"slt", In::u32(6)}}, ok);
+    // Its open failure carries no message.
+    addMethod(ops, "Tovra_EventLog", "ClearLog", Path::Command, {},
+              {{"OpenFailure", status(CMPI_RC_ERROR_SYSTEM)}, {"WriteFailure", failed}});
+    // Argument refusals never reach the device.
+    ops.push_back({"Tovra_StorageVolume_CreateVolume_IDAbove15", Path::NoDevice, [=] {
+                       return Call([=] {
+                           return invoke(volume, "CreateVolume",
+                                         {{"ID", In::u32(16)}, {"LUN", In::u32(0)}, {"RAIDNo", In::u32(2)},
+                                          {"Strp", In::u32(128)}, {"Ll", In::u32(5)}, {"Cap", In::u32(10)},
+                                          {"Name", In::str("Vol")}, {"Cache", In::u32(1)}, {"FG", In::u32(1)},
+                                          {"GtT", In::u32(1)}, {"Tag", In::u32(1)}});
+                       });
+                   }});
+    ops.push_back({"Tovra_RAIDControllerSystem_SetHttpPort_Zero", Path::NoDevice, [] {
+                       return Call([] { return invoke("Tovra_RAIDControllerSystem", "SetHttpPort", {{"Value", In::u32(0)}}); });
+                   }});
+    // The settings reader waits 120 s for a reply.
+    addSettingsMethod(ops, "SetNCQ", {{"Value", In::u8(0)}}, failed);
+    addSettingsMethod(ops, "SetHttpPort", {{"Value", In::u32(8080)}}, failed);
+    addSettingsMethod(ops, "SetNetMask", {{"Value", In::str("255.255.0.0")}}, failed);
+    addSettingsMethod(ops, "CheckPassword", {{"Password", In::str("0000")}}, failed);
+    addSettingsMethod(ops, "UpdateFirmware", {{"FileName", In::str(firmwareFile())}}, failed);
+    // The cache lifetime is the provider's own: the device is not asked.
+    addMethod(ops, "Tovra_RAIDControllerSystem", "SetWaTP", Path::NoDevice, {{"Seconds", In::u32(1800)}});
+}
+
 const std::vector<Operation> &operations() {
     static const std::vector<Operation> table = [] {
         std::vector<Operation> ops;
@@ -111,18 +329,14 @@ const std::vector<Operation> &operations() {
         addInstanceModule(ops, "Tovra_DiskDriveSlot", Path::Cached, GetFrom::OwnLookup);
         addInstanceModule(ops, "Tovra_DiskExtent", Path::Cached);
         addInstanceModule(ops, "Tovra_Chassis", Path::Cached, GetFrom::OwnLookup);
-        // Association modules: one row per operation, Path::Cached (the source
-        // and the far end are read through the broker), for example
-        //   ops.push_back({"Tovra_X_AssociatorNames", Path::Cached, [] {
-        //       const Keys source = keysOf(enumNames("Tovra_StoragePool").objects.at(0));
-        //       return Call([=] { return associatorNames("Tovra_StoragePool", source); });
-        //   }});
-        // Method modules: the cache-reset method of each, then its own methods
-        // as Path::Command rows with the overrides their rules give, e.g.
-        //   addMethod(ops, "Tovra_StoragePool", "DeleteRAIDSet", Path::Command, {{"RAIDNo", In::u32(2)}},
-        //             {{"OpenFailure", status(CMPI_RC_ERROR_SYSTEM, "DeleteRAIDSet: File Open Failed.")}});
-        // (the arrange step runs on a freshly reset adapter, so a row may first
-        // create what its method removes).
+        addInstanceModule(ops, "Tovra_PortController", Path::Cached);
+        addInstanceModule(ops, "Tovra_SoftwareIdentity", Path::Cached, GetFrom::Existence);
+        addInstanceModule(ops, "Tovra_PhysicalPackage", Path::Cached);
+        addInstanceModule(ops, "Tovra_Battery", Path::Cached);
+        addInstanceModule(ops, "Tovra_SASSATAPort", Path::Cached);
+        addInstanceModule(ops, "Tovra_EventLog", Path::Cached);
+        addAssociationModules(ops);
+        addMethodModules(ops);
         for (const char *cls : {"Tovra_RAIDControllerSystem", "Tovra_StoragePool", "Tovra_StorageVolume",
                                 "Tovra_DiskDrive"})
             addMethod(ops, cls, "TimeCalibration", Path::NoDevice);
@@ -212,10 +426,16 @@ protected:
 TEST_P(FaultMatrix, AnswersByTheRulesAndLeavesNothingBehind) {
     const Expect &expect = expectationFor(op(), fault());
 
-    // The fault-free run gives the reference answer and the changed state.
+    // The fault-free run gives the reference answer and the changed state;
+    // the state before is the arranged one.
+    const Call referenceCall = prepare();
     const std::string before = adapterState();
-    const Answer reference = prepare()();
+    const Answer reference = referenceCall();
     const std::string changed = adapterState();
+    if (op().path == Path::Command) {
+        // Faults are measured against a command that succeeds.
+        ASSERT_EQ(reference.rc, CMPI_RC_OK) << describe(reference);
+    }
     ASSERT_EQ(sim::openDescriptors(), 0u);
 
     size_t clonesAfterFirstCycle = 0;

@@ -58,27 +58,33 @@ struct Workload {
 // Under faults a read may fail (1, 100), come back empty (a failed read or
 // send), or come back short (a record that failed to read is skipped), but it
 // never answers an object the adapter does not have.
-std::function<bool(const Answer &)> subsetOf(const Answer &full, std::set<CMPIrc> also = {}) {
+// An association streams its pairs as it finds them, so a failure part way
+// follows the pairs already sent (a CIMOM then answers only the error).
+std::function<bool(const Answer &)> subsetOf(const Answer &full, std::set<CMPIrc> also = {},
+                                             bool streamed = false) {
     std::set<std::string> known;
     for (const Obj &o : full.objects) known.insert(keyText(o));
-    return [known, also](const Answer &a) {
+    return [known, also, streamed](const Answer &a) {
         if (a.rc != CMPI_RC_OK && a.rc != CMPI_RC_ERR_FAILED && a.rc != CMPI_RC_ERROR_SYSTEM && !also.count(a.rc))
             return false;
-        if (a.rc != CMPI_RC_OK && !a.objects.empty()) return false;
+        if (a.rc != CMPI_RC_OK && !a.objects.empty() && !streamed) return false;
         for (const Obj &o : a.objects)
             if (!known.count(keyText(o))) return false;
         return true;
     };
 }
 
-// The mix: every read of every instance module (and, as they exist, the
-// association and method operations), built against the fault-free adapter.
+// The mix: every read of every instance module, the names and far ends of a
+// few associations, and methods that leave the adapter as it was, each with
+// the answers allowed, built against the fault-free adapter.
 std::vector<Workload> workloads() {
     std::vector<Workload> w;
     const std::vector<std::pair<std::string, std::string>> classes = {
         {"Tovra_RAIDControllerSystem", kNs}, {"Tovra_RegisteredProfile", kInterop}, {"Tovra_StoragePool", kNs},
         {"Tovra_StorageVolume", kNs},       {"Tovra_DefaultStorageSetting", kNs},  {"Tovra_DiskDrive", kNs},
         {"Tovra_DiskDriveSlot", kNs},       {"Tovra_DiskExtent", kNs},             {"Tovra_Chassis", kNs},
+        {"Tovra_PortController", kNs},      {"Tovra_SoftwareIdentity", kNs},       {"Tovra_PhysicalPackage", kNs},
+        {"Tovra_Battery", kNs},             {"Tovra_SASSATAPort", kNs},            {"Tovra_EventLog", kNs},
     };
     for (const auto &[cls, ns] : classes) {
         const Answer names = enumNames(cls, ns), instances = enumInstances(cls, ns);
@@ -95,6 +101,52 @@ std::vector<Workload> workloads() {
         w.push_back({cls + " get", [cls, ns, keys] { return getInstance(cls, keys, ns); },
                      subsetOf(one, {CMPI_RC_ERR_NOT_FOUND})});
     }
+    // Associations: the names of each of a few, and the far ends of a source.
+    const std::vector<std::pair<std::string, std::string>> associations = {
+        {"Tovra_AllocatedFromStoragePool", "Tovra_StoragePool"},
+        {"Tovra_SystemDeviceDiskDrive", "Tovra_RAIDControllerSystem"},
+        {"Tovra_MediaPresent", "Tovra_DiskDrive"},
+        {"Tovra_RealizesDiskDrive", "Tovra_PhysicalPackage"},
+        {"Tovra_LogicalIdentity", "Tovra_PortController"},
+    };
+    for (const auto &[assoc, sourceClass] : associations) {
+        const Answer names = enumNames(assoc), sources = enumNames(sourceClass);
+        if (names.rc != CMPI_RC_OK || names.objects.empty() || sources.objects.empty()) {
+            std::fprintf(stderr, "soak: %s has no instances without faults\n", assoc.c_str());
+            std::exit(2);
+        }
+        const std::string from = sources.objects.front().path;
+        const AssocFilter only{assoc, "", "", ""};
+        // A source read short under a fault is not found.
+        const std::set<CMPIrc> notFound = {CMPI_RC_ERR_NOT_FOUND};
+        w.push_back({assoc + " names", [assoc] { return enumNames(assoc); }, subsetOf(names, {}, true)});
+        w.push_back({assoc + " associator names", [from, only] { return associatorNames(from, only); },
+                     subsetOf(associatorNames(from, only), notFound, true)});
+        w.push_back({assoc + " references", [from, assoc] { return references(from, assoc); },
+                     subsetOf(references(from, assoc), notFound, true)});
+    }
+    // Methods that leave the adapter as it was: a refused argument never
+    // reaches it, a password check and a failed delete change nothing.
+    const auto answered = [](std::set<CMPIrc> allowed) {
+        return [allowed](const Answer &a) { return allowed.count(a.rc) != 0; };
+    };
+    const std::set<CMPIrc> commandFaults = {CMPI_RC_ERR_FAILED, CMPI_RC_ERROR_SYSTEM, static_cast<CMPIrc>(0xB0)};
+    auto with = [](std::set<CMPIrc> s, CMPIrc rc) {
+        s.insert(rc);
+        return s;
+    };
+    w.push_back({"CheckPassword", [] {
+                     return invoke("Tovra_RAIDControllerSystem", "CheckPassword", {{"Password", In::str("0000")}});
+                 },
+                 answered(with(commandFaults, CMPI_RC_OK))});
+    w.push_back({"SetHttpPort refused", [] {
+                     return invoke("Tovra_RAIDControllerSystem", "SetHttpPort", {{"Value", In::u32(0)}});
+                 },
+                 answered({CMPI_RC_ERR_FAILED})});
+    w.push_back({"DeleteVolume of none", [] { return invoke("Tovra_StorageVolume", "DeleteVolume", {{"Num", In::u32(9)}}); },
+                 answered(with(with(commandFaults, static_cast<CMPIrc>(0x45)), CMPI_RC_OK))});
+    w.push_back({"DeleteRAIDSet of none", [] { return invoke("Tovra_StoragePool", "DeleteRAIDSet", {{"RAIDNo", In::u32(8)}}); },
+                 answered(with(with(commandFaults, static_cast<CMPIrc>(0x44)), CMPI_RC_OK))});
     for (const char *cls : {"Tovra_RAIDControllerSystem", "Tovra_StoragePool", "Tovra_StorageVolume", "Tovra_DiskDrive"})
         w.push_back({std::string(cls) + " TimeCalibration", [cls] { return invoke(cls, "TimeCalibration"); },
                      [](const Answer &a) { return a.rc == CMPI_RC_OK && a.value && a.value->text == "OK"; }});
