@@ -4,6 +4,7 @@
 
 #include "Harness.h"
 
+#include <gtest/gtest.h>
 #include <tovrasim/Simulator.h>
 
 #include <cstdint>
@@ -34,5 +35,34 @@ struct Expect {
     CMPIrc rc;
     std::string message;
 };
+
+// A request whose frame the tests check on the wire, and its answer.
+struct FrameCase {
+    const char *name;
+    const char *method;
+    Keys args;
+    int command;
+    std::vector<uint8_t> frame;  // the message buffer from its start
+    Expect expect;
+};
+
+// An argument list refused before the device is opened.
+struct ArgCase {
+    const char *method;
+    Keys args;
+    Expect expect;
+};
+
+// Each case answers its status and message and sends nothing to the firmware.
+template <class Cases> void expectRefusedUnsent(const std::string &cls, const Cases &cases) {
+    for (const ArgCase &c : cases) {
+        SCOPED_TRACE(c.expect.message);
+        tovra::sim::resetCounters();
+        harness::Answer a = harness::invokeDirect(cls, c.method, c.args);
+        EXPECT_EQ(a.rc, c.expect.rc);
+        EXPECT_EQ(a.message, c.expect.message);
+        EXPECT_EQ(changeRequests(), 0u);
+    }
+}
 
 }  // namespace methods

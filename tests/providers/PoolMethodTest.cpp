@@ -12,7 +12,7 @@ constexpr const char *kPool = "Tovra_StoragePool";
 
 class PoolMethods : public ProviderTest {};
 
-struct ArgCase {
+struct NamedArgCase {
     const char *name;
     const char *method;
     Keys args;
@@ -22,7 +22,7 @@ struct ArgCase {
 // Every case fails before the device is opened: nothing reaches the firmware.
 TEST_F(PoolMethods, ArgumentChecksRunInOrderWithTheirMessages) {
     const CMPIrc count = static_cast<CMPIrc>(49);
-    const ArgCase cases[] = {
+    const NamedArgCase cases[] = {
         {"create count", "CreateRAIDSet", {{"MemberDisks", In::u32(1)}},
          {count, "CreateRAIDSet: incorrect args number were received."}},
         {"create members missing", "CreateRAIDSet",
@@ -67,7 +67,7 @@ TEST_F(PoolMethods, ArgumentChecksRunInOrderWithTheirMessages) {
         {"delete hot spare names create", "DeleteHotSpare", {{"Enc", In::u32(1)}, {"Type", In::u32(1)}},
          {CMPI_RC_ERR_FAILED, "Argument Disk not present in CreateHotSpare Method Command."}},
     };
-    for (const ArgCase &c : cases) {
+    for (const NamedArgCase &c : cases) {
         SCOPED_TRACE(c.name);
         sim::resetCounters();
         Answer a = invokeDirect(kPool, c.method, c.args);
@@ -78,15 +78,6 @@ TEST_F(PoolMethods, ArgumentChecksRunInOrderWithTheirMessages) {
         EXPECT_EQ(sim::openDescriptors(), 0u);
     }
 }
-
-struct FrameCase {
-    const char *name;
-    const char *method;
-    Keys args;
-    int command;
-    std::vector<uint8_t> frame;  // the message buffer from its start
-    Expect expect;
-};
 
 TEST_F(PoolMethods, RequestsCarryTheirFramesAndAnswerTheReplyLetter) {
     const FrameCase cases[] = {
