@@ -1,29 +1,14 @@
 #include "ObjectRuntime.h"
 
-#include <array>
+#include "HandleSlots.h"
+
 #include <atomic>
-#include <deque>
-#include <functional>
-#include <unordered_map>
 
 namespace cimhost::rt {
 
 namespace {
 
-// Released headers are kept this long before their memory is returned.
-constexpr size_t kQuarantineSize = 16384;
-constexpr size_t kShards = 64;
-
-struct Shard {
-    std::mutex mutex;
-    // nullptr marks a released header still in quarantine.
-    std::unordered_map<const void *, Object *> objects;
-};
-
 struct State {
-    std::array<Shard, kShards> shards;
-    std::mutex quarantineMutex;
-    std::deque<Header *> quarantine;
     std::atomic<size_t> liveRequestObjects{0};
     std::atomic<size_t> liveClones{0};
     std::atomic<uint64_t> useAfterRelease{0};
@@ -37,9 +22,16 @@ State &state() {
     return *s;
 }
 
-size_t shardIndex(const void *p) { return (std::hash<const void *>{}(p) >> 4) % kShards; }
+Slot *slotOf(Header *header) { return reinterpret_cast<Slot *>(header); }
 
-Shard &shardOf(const void *p) { return state().shards[shardIndex(p)]; }
+// The object's data goes; its header stays poisoned until the slot is reused.
+Slot *destroyRetired(Object *obj, Header *header, Kind kind, bool clone) {
+    if (clone) --state().liveClones;
+    delete obj;
+    header->hdl = poisonBlock;
+    header->ft = poisonTable(kind);
+    return slotOf(header);
+}
 
 thread_local Scope *tlsScope = nullptr;
 
@@ -61,8 +53,9 @@ const char *kindName(Kind kind) {
 }
 
 Object::Object(Kind kind, const Flavor &flavor, const void *ft)
-    : header_(new Header{nullptr, ft}), kind_(kind), flavor_(flavor) {
+    : header_(&HandleSlots::take()->header), kind_(kind), flavor_(flavor) {
     header_->hdl = this;
+    header_->ft = ft;
 }
 
 // ---- scopes ----------------------------------------------------------------
@@ -117,11 +110,7 @@ Stats Runtime::stats() {
 
 void Runtime::adopt(Object *obj, Lifetime lifetime) {
     obj->lifetime_ = lifetime;
-    {
-        Shard &shard = shardOf(obj->header_);
-        std::lock_guard lock(shard.mutex);
-        shard.objects[obj->header_] = obj;
-    }
+    slotOf(obj->header_)->object.store(obj, std::memory_order_release);
     switch (lifetime) {
         case Lifetime::Tracked:
         case Lifetime::Borrowed: (tlsScope != nullptr ? *tlsScope : Scope::stray()).add(obj); break;
@@ -131,119 +120,40 @@ void Runtime::adopt(Object *obj, Lifetime lifetime) {
 }
 
 Object *Runtime::lookup(const void *handle, Kind kind, CMPIStatus *rc) {
-    if (handle != nullptr) {
-        Shard &shard = shardOf(handle);
-        std::lock_guard lock(shard.mutex);
-        auto it = shard.objects.find(handle);
-        if (it != shard.objects.end()) {
-            if (it->second == nullptr) {
-                noteUseAfterRelease();
-            } else if (it->second->kind_ == kind) {
-                return it->second;
-            }
-        }
+    if (Slot *slot = HandleSlots::find(handle); slot != nullptr) {
+        Object *obj = slot->object.load(std::memory_order_acquire);
+        if (obj != nullptr && obj->kind_ == kind) return obj;
+        if (obj == nullptr && slot->header.ft != nullptr) noteUseAfterRelease();
     }
     setRc(rc, CMPI_RC_ERR_INVALID_HANDLE);
     return nullptr;
 }
 
 bool Runtime::identify(const void *handle, Kind &kind) {
-    if (handle == nullptr) return false;
-    Shard &shard = shardOf(handle);
-    std::lock_guard lock(shard.mutex);
-    auto it = shard.objects.find(handle);
-    if (it == shard.objects.end() || it->second == nullptr) return false;
-    kind = it->second->kind_;
+    Slot *slot = HandleSlots::find(handle);
+    Object *obj = slot != nullptr ? slot->object.load(std::memory_order_acquire) : nullptr;
+    if (obj == nullptr) return false;
+    kind = obj->kind_;
     return true;
 }
 
 bool Runtime::retire(Object *obj) {
-    Shard &shard = shardOf(obj->header_);
-    std::lock_guard lock(shard.mutex);
-    auto it = shard.objects.find(obj->header_);
-    if (it == shard.objects.end() || it->second != obj) return false;
-    it->second = nullptr;
-    return true;
+    Object *expected = obj;
+    return slotOf(obj->header_)->object.compare_exchange_strong(expected, nullptr, std::memory_order_acq_rel);
 }
 
 void Runtime::destroy(Object *obj) {
-    Header *header = obj->header_;
-    Kind kind = obj->kind_;
-    if (obj->lifetime_ == Lifetime::Clone) --state().liveClones;
-    delete obj;
-    header->hdl = poisonBlock;
-    header->ft = poisonTable(kind);
-
-    Header *evicted = nullptr;
-    {
-        State &s = state();
-        std::lock_guard lock(s.quarantineMutex);
-        s.quarantine.push_back(header);
-        if (s.quarantine.size() > kQuarantineSize) {
-            evicted = s.quarantine.front();
-            s.quarantine.pop_front();
-        }
-    }
-    if (evicted != nullptr) {
-        Shard &shard = shardOf(evicted);
-        {
-            std::lock_guard lock(shard.mutex);
-            shard.objects.erase(evicted);
-        }
-        delete evicted;
-    }
+    HandleSlots::giveBack({destroyRetired(obj, obj->header_, obj->kind_, obj->lifetime_ == Lifetime::Clone)});
 }
 
-// What retire and destroy do for one object, for many at once: each shard
-// and the quarantine are locked once per batch instead of once per object.
+// What retire and destroy do for one object, for many at once: the slots go
+// back under one lock.
 void Runtime::destroyAll(std::vector<Object *> &objects) {
-    State &s = state();
-    std::array<std::vector<Object *>, kShards> byShard;
-    for (Object *obj : objects) byShard[shardIndex(obj->header_)].push_back(obj);
-    std::vector<Header *> headers;
-    headers.reserve(objects.size());
-    for (size_t i = 0; i < kShards; ++i) {
-        if (byShard[i].empty()) continue;
-        std::vector<Object *> retired;
-        {
-            std::lock_guard lock(s.shards[i].mutex);
-            for (Object *obj : byShard[i]) {
-                auto it = s.shards[i].objects.find(obj->header_);
-                if (it == s.shards[i].objects.end() || it->second != obj) continue;
-                it->second = nullptr;
-                retired.push_back(obj);
-            }
-        }
-        for (Object *obj : retired) {
-            Header *header = obj->header_;
-            Kind kind = obj->kind_;
-            if (obj->lifetime_ == Lifetime::Clone) --s.liveClones;
-            delete obj;
-            header->hdl = poisonBlock;
-            header->ft = poisonTable(kind);
-            headers.push_back(header);
-        }
-    }
-    std::array<std::vector<Header *>, kShards> evicted;
-    {
-        std::lock_guard lock(s.quarantineMutex);
-        for (Header *header : headers) {
-            s.quarantine.push_back(header);
-            if (s.quarantine.size() > kQuarantineSize) {
-                Header *old = s.quarantine.front();
-                s.quarantine.pop_front();
-                evicted[shardIndex(old)].push_back(old);
-            }
-        }
-    }
-    for (size_t i = 0; i < kShards; ++i) {
-        if (evicted[i].empty()) continue;
-        {
-            std::lock_guard lock(s.shards[i].mutex);
-            for (Header *header : evicted[i]) s.shards[i].objects.erase(header);
-        }
-        for (Header *header : evicted[i]) delete header;
-    }
+    std::vector<Slot *> slots;
+    slots.reserve(objects.size());
+    for (Object *obj : objects)
+        if (retire(obj)) slots.push_back(destroyRetired(obj, obj->header_, obj->kind_, obj->lifetime_ == Lifetime::Clone));
+    HandleSlots::giveBack(slots);
 }
 
 CMPIStatus Runtime::release(void *handle, Kind kind) {

@@ -1,10 +1,10 @@
 // The life of every CMPI object the host hands to a provider.
 //
-// A provider sees a 16-byte {hdl, ft} header. The header is allocated on its
-// own and registered; the C++ object behind it holds the data. Every CMPI
-// entry point looks its handle up in the registry, so NULL, foreign and
-// released handles are answered with CMPI_RC_ERR_INVALID_HANDLE instead of a
-// crash.
+// A provider sees a 16-byte {hdl, ft} header. The header lives in a handle
+// slot (HandleSlots.h) beside the pointer to the C++ object that holds the
+// data. Every CMPI entry point checks its handle against the slots, so NULL,
+// foreign and released handles are answered with CMPI_RC_ERR_INVALID_HANDLE
+// instead of a crash.
 //
 // Ownership follows a CIMOM:
 //  - Tracked: made through the broker during a request; released when the
@@ -18,8 +18,8 @@
 // Released objects: the data is freed at once; the header stays in a bounded
 // quarantine with hdl pointing at a poison block and ft at a table whose every
 // slot answers CMPI_RC_ERR_INVALID_HANDLE and counts a use after release.
-// Once a header leaves the quarantine it is really freed, so AddressSanitizer
-// still reports a provider that holds on to it for long.
+// After the quarantine the slot is reused: a handle kept that long may name a
+// newer object.
 //
 // The runtime is process-wide: cached clones may outlive the host that made
 // them, as provider libraries keep them in statics.

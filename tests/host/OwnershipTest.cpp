@@ -97,8 +97,13 @@ TEST_F(Ownership, NullAndForeignHandlesAreRefusedWithoutACrash) {
         CMPIStatus rc{};
         EXPECT_EQ(CMGetCharsPtr(&fake, &rc), nullptr);
         EXPECT_EQ(rc.rc, CMPI_RC_ERR_INVALID_HANDLE);
-        EXPECT_EQ(real->ft->getCharPtr(nullptr, &rc), nullptr);
-        EXPECT_EQ(rc.rc, CMPI_RC_ERR_INVALID_HANDLE);
+        // NULL, and addresses inside a live handle rather than at its start.
+        for (const size_t offset : {size_t{0}, size_t{8}, size_t{16}, sizeof(CMPIString) + 1}) {
+            void *inside = offset == 0 ? nullptr : reinterpret_cast<char *>(real) + offset;
+            EXPECT_EQ(real->ft->getCharPtr(static_cast<CMPIString *>(inside), &rc), nullptr) << offset;
+            EXPECT_EQ(rc.rc, CMPI_RC_ERR_INVALID_HANDLE) << offset;
+        }
+        EXPECT_STREQ(CMGetCharsPtr(real, nullptr), "real");
         CMPIInstance *inst = CMNewInstance(mb, CMNewObjectPath(mb, kNs, "Test_Widget", nullptr), nullptr);
         EXPECT_EQ(CMSetProperty(inst, "Caption", &real, CMPI_string).rc, CMPI_RC_OK);
         CMPIString *fakePtr = &fake;
