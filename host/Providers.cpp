@@ -12,7 +12,21 @@ namespace cimhost {
 
 namespace {
 
-using Factory = void *(*)(const CMPIBroker *, const CMPIContext *, CMPIStatus *);
+// A factory is called through its own type: each kind returns its own MI.
+template <class MI>
+void *callFactory(void *symbol, const CMPIBroker *broker, const CMPIContext *ctx, CMPIStatus *rc) {
+    using Factory = MI *(*)(const CMPIBroker *, const CMPIContext *, CMPIStatus *);
+    return reinterpret_cast<Factory>(symbol)(broker, ctx, rc);
+}
+
+void *callFactory(MiKind kind, void *symbol, const CMPIBroker *broker, const CMPIContext *ctx, CMPIStatus *rc) {
+    switch (kind) {
+        case MiKind::Instance: return callFactory<CMPIInstanceMI>(symbol, broker, ctx, rc);
+        case MiKind::Association: return callFactory<CMPIAssociationMI>(symbol, broker, ctx, rc);
+        case MiKind::Method: return callFactory<CMPIMethodMI>(symbol, broker, ctx, rc);
+    }
+    return nullptr;
+}
 
 std::string factorySymbol(const std::string &provider, const std::string &kind) {
     std::string k = kind;
@@ -85,12 +99,11 @@ void *ProviderModule::mi(MiKind kind, const CMPIBroker *broker, const rt::Flavor
     if (!tried_[k]) {
         tried_[k] = true;
         const std::string symbol = factorySymbol(name_, kindName(kind));
-        auto factory = reinterpret_cast<Factory>(resolver_(symbol));
-        if (factory != nullptr) {
+        if (void *factory = resolver_(symbol); factory != nullptr) {
             // The factory's context carries no entries and lives for the call only.
             auto *ctx = rt::Runtime::make<rt::ContextObj>(rt::Lifetime::PassedIn, flavor, NamedValues{});
             CMPIStatus rc{CMPI_RC_OK, nullptr};
-            void *made = factory(broker, ctx->as<CMPIContext>(), &rc);
+            void *made = callFactory(kind, factory, broker, ctx->as<CMPIContext>(), &rc);
             rt::Runtime::dispose(ctx);
             if (made != nullptr && rc.rc == CMPI_RC_OK) mis_[k] = made;
         }
