@@ -80,11 +80,15 @@ Slot *HandleSlots::take() {
     return slot;
 }
 
-void HandleSlots::giveBack(const std::vector<Slot *> &slots) {
-    if (slots.empty()) return;
+void HandleSlots::giveBack(Slot *const *slots, size_t count) noexcept {
+    if (count == 0) return;
     Pool &p = pool();
     std::lock_guard lock(p.mutex);
-    p.released.insert(p.released.end(), slots.begin(), slots.end());
+    try {
+        p.released.insert(p.released.end(), slots, slots + count);
+    } catch (...) {
+        // Out of memory: the slots stay poisoned and are never reused.
+    }
 }
 
 Slot *HandleSlots::find(const void *handle) {

@@ -9,7 +9,7 @@
 #include "ObjectRuntime.h"
 
 #include <atomic>
-#include <vector>
+#include <cstddef>
 
 namespace cimhost::rt {
 
@@ -24,7 +24,8 @@ public:
     static Slot *take();
     // Slots whose objects are gone (their headers poisoned), for reuse after
     // the quarantine.
-    static void giveBack(const std::vector<Slot *> &slots);
+    static void giveBack(Slot *const *slots, size_t count) noexcept;
+    static void giveBack(Slot *slot) noexcept { giveBack(&slot, 1); }
     // The slot a handle is, or nullptr for anything else (NULL, a foreign
     // pointer, a pointer into the middle of a slot).
     static Slot *find(const void *handle);

@@ -110,13 +110,14 @@ Stats Runtime::stats() {
 
 void Runtime::adopt(Object *obj, Lifetime lifetime) {
     obj->lifetime_ = lifetime;
-    slotOf(obj->header_)->object.store(obj, std::memory_order_release);
     switch (lifetime) {
         case Lifetime::Tracked:
         case Lifetime::Borrowed: (tlsScope != nullptr ? *tlsScope : Scope::stray()).add(obj); break;
         case Lifetime::Clone: ++state().liveClones; break;
         case Lifetime::PassedIn: break;
     }
+    // Published last: if joining the scope threw, the handle never named it.
+    slotOf(obj->header_)->object.store(obj, std::memory_order_release);
 }
 
 Object *Runtime::lookup(const void *handle, Kind kind, CMPIStatus *rc) {
@@ -143,7 +144,7 @@ bool Runtime::retire(Object *obj) {
 }
 
 void Runtime::destroy(Object *obj) {
-    HandleSlots::giveBack({destroyRetired(obj, obj->header_, obj->kind_, obj->lifetime_ == Lifetime::Clone)});
+    HandleSlots::giveBack(destroyRetired(obj, obj->header_, obj->kind_, obj->lifetime_ == Lifetime::Clone));
 }
 
 // What retire and destroy do for one object, for many at once: the slots go
@@ -153,7 +154,7 @@ void Runtime::destroyAll(std::vector<Object *> &objects) {
     slots.reserve(objects.size());
     for (Object *obj : objects)
         if (retire(obj)) slots.push_back(destroyRetired(obj, obj->header_, obj->kind_, obj->lifetime_ == Lifetime::Clone));
-    HandleSlots::giveBack(slots);
+    HandleSlots::giveBack(slots.data(), slots.size());
 }
 
 CMPIStatus Runtime::release(void *handle, Kind kind) {
