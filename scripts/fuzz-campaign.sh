@@ -77,8 +77,10 @@ for t in "${targets[@]}"; do
   # Slow units are only reported (a loaded machine makes them); crashes,
   # leaks, timeouts and memory exhaustion fail the campaign.
   crashes=$(find "$work/crashes" -type f ! -name 'slow-unit-*' | wc -l)
+  # A sanitizer report with no input behind it (the leak check at exit).
+  [ "$crashes" -eq 0 ] && grep -q '^SUMMARY: ' "$work/log" && crashes=1
   [ "$crashes" -gt 0 ] && failed=1
   printf '%-14s %12s %7s %8s %7s %8s\n' "$t" "${execs:-?}" "${cov:-?}" "${ft:-?}" "$corpus" "$crashes"
 done
-[ $failed -eq 0 ] || echo "crash inputs are in $build/fuzz/campaign/<target>/crashes, logs beside them" >&2
+[ $failed -eq 0 ] || echo "crash inputs are in $build/fuzz/campaign/<target>/crashes, logs (and reports with no input) beside them" >&2
 exit $failed
