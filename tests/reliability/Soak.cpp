@@ -10,6 +10,8 @@
 // when an answer was not allowed or something was left behind.
 #include "Harness.h"
 
+#include <CLI/CLI.hpp>
+
 #include <unistd.h>
 
 #include <atomic>
@@ -58,8 +60,9 @@ struct Workload {
 // Under faults a read may fail (1, 100), come back empty (a failed read or
 // send), or come back short (a record that failed to read is skipped), but it
 // never answers an object the adapter does not have.
-// An association streams its pairs as it finds them, so a failure part way
-// follows the pairs already sent (a CIMOM then answers only the error).
+// Enumerations stream what they find (an instance module returns each record
+// as its cache is rebuilt, an association each pair), so a failure part way
+// follows the objects already sent (a CIMOM then answers only the error).
 std::function<bool(const Answer &)> subsetOf(const Answer &full, std::set<CMPIrc> also = {},
                                              bool streamed = false) {
     std::set<std::string> known;
@@ -92,8 +95,8 @@ std::vector<Workload> workloads() {
             std::fprintf(stderr, "soak: %s has no instances without faults\n", cls.c_str());
             std::exit(2);
         }
-        w.push_back({cls + " names", [cls, ns] { return enumNames(cls, ns); }, subsetOf(names)});
-        w.push_back({cls + " instances", [cls, ns] { return enumInstances(cls, ns); }, subsetOf(instances)});
+        w.push_back({cls + " names", [cls, ns] { return enumNames(cls, ns); }, subsetOf(names, {}, true)});
+        w.push_back({cls + " instances", [cls, ns] { return enumInstances(cls, ns); }, subsetOf(instances, {}, true)});
         Keys keys;
         for (const auto &[k, v] : names.objects.front().keys) keys.emplace_back(k, In::str(v.text));
         Answer one = names;
@@ -162,18 +165,19 @@ long residentKiB() {
 
 Options parse(int argc, char **argv) {
     Options o;
-    for (int i = 1; i + 1 < argc; i += 2) {
-        const std::string k = argv[i];
-        const double v = std::stod(argv[i + 1]);
-        if (k == "--seconds") o.seconds = v;
-        else if (k == "--rebuilds") o.rebuilds = static_cast<unsigned long>(v);
-        else if (k == "--threads") o.threads = static_cast<unsigned>(v);
-        else if (k == "--fault-rate") o.faultRate = v;
-        else if (k == "--report") o.report = v;
-        else {
-            std::fprintf(stderr, "unknown option %s\n", argv[i]);
-            std::exit(2);
-        }
+    CLI::App app{"Soak: client threads mix every operation against the simulated adapter."};
+    app.add_option("--seconds", o.seconds, "stop after this many seconds")->capture_default_str();
+    app.add_option("--rebuilds", o.rebuilds, "stop after this many cache rebuild passes (0: no limit)")
+        ->capture_default_str();
+    app.add_option("--threads", o.threads, "client threads")->capture_default_str()->check(CLI::Range(1u, 256u));
+    app.add_option("--fault-rate", o.faultRate, "chance per request of each fault kind")
+        ->capture_default_str()
+        ->check(CLI::Range(0.0, 1.0));
+    app.add_option("--report", o.report, "seconds between reports")->capture_default_str()->check(CLI::PositiveNumber);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &e) {
+        std::exit(app.exit(e) == 0 ? 0 : 2);
     }
     return o;
 }
