@@ -24,15 +24,6 @@ State &state() {
 
 Slot *slotOf(Header *header) { return reinterpret_cast<Slot *>(header); }
 
-// The object's data goes; its header stays poisoned until the slot is reused.
-Slot *destroyRetired(Object *obj, Header *header, Kind kind, bool clone) {
-    if (clone) --state().liveClones;
-    delete obj;
-    header->hdl = poisonBlock;
-    header->ft = poisonTable(kind);
-    return slotOf(header);
-}
-
 thread_local Scope *tlsScope = nullptr;
 
 }  // namespace
@@ -143,9 +134,18 @@ bool Runtime::retire(Object *obj) {
     return slotOf(obj->header_)->object.compare_exchange_strong(expected, nullptr, std::memory_order_acq_rel);
 }
 
-void Runtime::destroy(Object *obj) {
-    HandleSlots::giveBack(destroyRetired(obj, obj->header_, obj->kind_, obj->lifetime_ == Lifetime::Clone));
+// The object's data goes; its header stays poisoned until the slot is reused.
+Slot *Runtime::destroyRetired(Object *obj) {
+    Header *header = obj->header_;
+    const Kind kind = obj->kind_;
+    if (obj->lifetime_ == Lifetime::Clone) --state().liveClones;
+    delete obj;
+    header->hdl = poisonBlock;
+    header->ft = poisonTable(kind);
+    return slotOf(header);
 }
+
+void Runtime::destroy(Object *obj) { HandleSlots::giveBack(destroyRetired(obj)); }
 
 // What retire and destroy do for one object, for many at once: the slots go
 // back under one lock.
@@ -153,7 +153,7 @@ void Runtime::destroyAll(std::vector<Object *> &objects) {
     std::vector<Slot *> slots;
     slots.reserve(objects.size());
     for (Object *obj : objects)
-        if (retire(obj)) slots.push_back(destroyRetired(obj, obj->header_, obj->kind_, obj->lifetime_ == Lifetime::Clone));
+        if (retire(obj)) slots.push_back(destroyRetired(obj));
     HandleSlots::giveBack(slots.data(), slots.size());
 }
 

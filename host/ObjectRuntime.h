@@ -55,6 +55,7 @@ struct Header {
 };
 
 class Scope;
+struct Slot;  // HandleSlots.h
 
 class Object {
 public:
@@ -154,6 +155,7 @@ private:
     static void adopt(Object *obj, Lifetime lifetime);
     static bool retire(Object *obj);  // unregisters; false if already released
     static void destroy(Object *obj);
+    static Slot *destroyRetired(Object *obj);  // frees the data, poisons the header; the slot to give back
     static void destroyAll(std::vector<Object *> &objects);  // retire and destroy each that is still live
     friend class Scope;
 };

@@ -3,7 +3,7 @@
 // and property types; the supplement carries exactly the standard classes the
 // final schema lacks; and no Tovra_ class redeclares a standard property with
 // another type.
-#include "ClassRepository.h"
+#include "ProjectRepository.h"
 
 #include <gtest/gtest.h>
 
@@ -15,8 +15,6 @@
 using namespace cimhost;
 
 namespace {
-
-const std::string kMofDir = TOVRA_MOF_DIR;
 
 struct FactClass {
     std::string superclass;
@@ -58,15 +56,6 @@ std::map<std::string, FactClass> loadFacts() {
 const std::map<std::string, FactClass> &facts() {
     static const auto f = loadFacts();
     return f;
-}
-
-const ClassRepository &project() {
-    static const ClassRepository repo = [] {
-        ClassRepository r;
-        r.loadDirectory(kMofDir);
-        return r;
-    }();
-    return repo;
 }
 
 std::string typeText(const PropertyDecl &p) {

@@ -1,6 +1,6 @@
 // The project's own MOF files: every Tovra_ class with its superclass, keys,
 // association roles and method signatures, as the providers rely on them.
-#include "ClassRepository.h"
+#include "ProjectRepository.h"
 
 #include <gtest/gtest.h>
 
@@ -10,17 +10,6 @@
 using namespace cimhost;
 
 namespace {
-
-const std::string kMofDir = TOVRA_MOF_DIR;
-
-const ClassRepository &project() {
-    static const ClassRepository repo = [] {
-        ClassRepository r;
-        r.loadDirectory(kMofDir);
-        return r;
-    }();
-    return repo;
-}
 
 std::set<std::string> keySet(std::string_view cls) {
     const auto keys = project().keyNames(cls);
