@@ -60,6 +60,6 @@
     static CMPIAssociationMI Tovra##Module##AssociationMI = {nullptr, &Tovra##Module##AssociationMIFT}; \
     CMPI_EXTERN_C CMPIAssociationMI *Tovra##Module##Provider_Create_AssociationMI(                     \
         const CMPIBroker *broker, const CMPIContext *, CMPIStatus *) {                                 \
-        tovra::ModuleState<M>::_TovraBroker = broker;                                                  \
+        tovra::ModuleState<M>::recordBroker(broker);                                                   \
         return &Tovra##Module##AssociationMI;                                                          \
     }

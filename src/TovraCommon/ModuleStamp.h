@@ -66,7 +66,7 @@
     static CMPIInstanceMI Tovra##Module##InstanceMI = {nullptr, &Tovra##Module##InstanceMIFT};         \
     CMPI_EXTERN_C CMPIInstanceMI *Tovra##Module##Provider_Create_InstanceMI(                           \
         const CMPIBroker *broker, const CMPIContext *, CMPIStatus *) {                                 \
-        tovra::ModuleState<M>::_TovraBroker = broker;                                                  \
+        tovra::ModuleState<M>::recordBroker(broker);                                                   \
         return &Tovra##Module##InstanceMI;                                                             \
     }
 
@@ -89,6 +89,6 @@
     static CMPIMethodMI Tovra##Module##MethodMI = {nullptr, &Tovra##Module##MethodMIFT};               \
     CMPI_EXTERN_C CMPIMethodMI *Tovra##Module##Provider_Create_MethodMI(const CMPIBroker *broker,      \
                                                                        const CMPIContext *, CMPIStatus *) { \
-        tovra::ModuleState<M>::_TovraBroker = broker;                                                  \
+        tovra::ModuleState<M>::recordBroker(broker);                                                   \
         return &Tovra##Module##MethodMI;                                                               \
     }

@@ -53,6 +53,13 @@ inline std::string opName(const char *prefix, const char *op) { return std::stri
 
 template <class M> struct ModuleState {
     static inline const CMPIBroker *_TovraBroker = nullptr;
+    // What every factory of the module does with its broker. A CIMOM may call
+    // a module's second factory while requests run on its first MI: storing
+    // the same broker again would race with their reads, so only a new one is
+    // stored.
+    static void recordBroker(const CMPIBroker *broker) {
+        if (_TovraBroker != broker) _TovraBroker = broker;
+    }
     static inline CMPIArray *InstanceArray = nullptr;
     static inline CMPICount NumOfInst = 0;
     static inline CMPIArray *ObjectArray = nullptr;
