@@ -62,16 +62,28 @@ CMPIEnumeration *enumerationOf(HostCore &core, SharedReply &&r, bool names, CMPI
         ->as<CMPIEnumeration>();
 }
 
+// Routes an up-call as a stock CIMOM does: under the calling provider
+// process's up-call lock, served on another thread. One that could only wait
+// forever is refused with the reason, which is also logged.
+template <class R, class F>
+R throughGate(HostCore &core, const std::string &call, F &&route) {
+    return core.upcalls().run<R>(call, std::forward<F>(route), [&](const std::string &why) {
+            core.log(why);
+            return R::error(CMPI_RC_ERR_FAILED, why);
+        });
+}
+
 // Runs an up-call that answers with an enumeration.
 template <class F>
-CMPIEnumeration *enumUpcall(const CMPIBroker *mb, const CMPIContext *ctx, const CMPIObjectPath *op, bool names,
-                            CMPIStatus *rc, F &&route) {
+CMPIEnumeration *enumUpcall(const char *what, const CMPIBroker *mb, const CMPIContext *ctx, const CMPIObjectPath *op,
+                            bool names, CMPIStatus *rc, F &&route) {
     return rt::guarded<CMPIEnumeration *>(rc, nullptr, [&]() -> CMPIEnumeration * {
         HostCore *core = HostCore::of(mb, rc);
         CallContext cc;
         ObjectPathV path;
         if (core == nullptr || !callContextOf(ctx, cc, rc) || !pathOf(op, path, rc)) return nullptr;
-        return enumerationOf(*core, route(*core, cc, path), names, rc);
+        SharedReply r = throughGate<SharedReply>(*core, std::string(what) + " " + path.className, [&] { return route(*core, cc, path); });
+        return enumerationOf(*core, std::move(r), names, rc);
     });
 }
 
@@ -123,7 +135,7 @@ CMPIStatus deliverIndication(const CMPIBroker *, const CMPIContext *, const char
 
 CMPIEnumeration *enumerateInstanceNames(const CMPIBroker *mb, const CMPIContext *ctx, const CMPIObjectPath *op,
                                         CMPIStatus *rc) {
-    return enumUpcall(mb, ctx, op, true, rc, [](HostCore &core, const CallContext &cc, const ObjectPathV &path) {
+    return enumUpcall("EnumerateInstanceNames", mb, ctx, op, true, rc, [](HostCore &core, const CallContext &cc, const ObjectPathV &path) {
         return core.enumerateShared(cc, path, nullptr, true);
     });
 }
@@ -131,7 +143,7 @@ CMPIEnumeration *enumerateInstanceNames(const CMPIBroker *mb, const CMPIContext 
 CMPIEnumeration *enumerateInstances(const CMPIBroker *mb, const CMPIContext *ctx, const CMPIObjectPath *op,
                                     const char **properties, CMPIStatus *rc) {
     auto props = propertyList(properties);
-    return enumUpcall(mb, ctx, op, false, rc, [&](HostCore &core, const CallContext &cc, const ObjectPathV &path) {
+    return enumUpcall("EnumerateInstances", mb, ctx, op, false, rc, [&](HostCore &core, const CallContext &cc, const ObjectPathV &path) {
         return core.enumerateShared(cc, path, props ? &*props : nullptr, false);
     });
 }
@@ -144,7 +156,9 @@ CMPIInstance *getInstance(const CMPIBroker *mb, const CMPIContext *ctx, const CM
         ObjectPathV path;
         if (core == nullptr || !callContextOf(ctx, cc, rc) || !pathOf(op, path, rc)) return nullptr;
         auto props = propertyList(properties);
-        SharedReply r = core->getInstanceShared(cc, path, props ? &*props : nullptr);
+        SharedReply r = throughGate<SharedReply>(*core, "GetInstance " + path.className, [&] {
+            return core->getInstanceShared(cc, path, props ? &*props : nullptr);
+        });
         if (!r.ok()) {
             failWith(*core, r, rc);
             return nullptr;
@@ -185,7 +199,7 @@ CMPIEnumeration *associators(const CMPIBroker *mb, const CMPIContext *ctx, const
                              const char *resultRole, const char **properties, CMPIStatus *rc) {
     auto props = propertyList(properties);
     AssocFilter f{text(assocClass), text(resultClass), text(role), text(resultRole)};
-    return enumUpcall(mb, ctx, op, false, rc, [&](HostCore &core, const CallContext &cc, const ObjectPathV &path) {
+    return enumUpcall("Associators", mb, ctx, op, false, rc, [&](HostCore &core, const CallContext &cc, const ObjectPathV &path) {
         return core.associatorsShared(cc, path, f, props ? &*props : nullptr, false);
     });
 }
@@ -194,7 +208,7 @@ CMPIEnumeration *associatorNames(const CMPIBroker *mb, const CMPIContext *ctx, c
                                  const char *assocClass, const char *resultClass, const char *role,
                                  const char *resultRole, CMPIStatus *rc) {
     AssocFilter f{text(assocClass), text(resultClass), text(role), text(resultRole)};
-    return enumUpcall(mb, ctx, op, true, rc, [&](HostCore &core, const CallContext &cc, const ObjectPathV &path) {
+    return enumUpcall("AssociatorNames", mb, ctx, op, true, rc, [&](HostCore &core, const CallContext &cc, const ObjectPathV &path) {
         return core.associatorsShared(cc, path, f, nullptr, true);
     });
 }
@@ -202,14 +216,14 @@ CMPIEnumeration *associatorNames(const CMPIBroker *mb, const CMPIContext *ctx, c
 CMPIEnumeration *references(const CMPIBroker *mb, const CMPIContext *ctx, const CMPIObjectPath *op,
                             const char *resultClass, const char *role, const char **properties, CMPIStatus *rc) {
     auto props = propertyList(properties);
-    return enumUpcall(mb, ctx, op, false, rc, [&](HostCore &core, const CallContext &cc, const ObjectPathV &path) {
+    return enumUpcall("References", mb, ctx, op, false, rc, [&](HostCore &core, const CallContext &cc, const ObjectPathV &path) {
         return core.referencesShared(cc, path, text(resultClass), text(role), props ? &*props : nullptr, false);
     });
 }
 
 CMPIEnumeration *referenceNames(const CMPIBroker *mb, const CMPIContext *ctx, const CMPIObjectPath *op,
                                 const char *resultClass, const char *role, CMPIStatus *rc) {
-    return enumUpcall(mb, ctx, op, true, rc, [&](HostCore &core, const CallContext &cc, const ObjectPathV &path) {
+    return enumUpcall("ReferenceNames", mb, ctx, op, true, rc, [&](HostCore &core, const CallContext &cc, const ObjectPathV &path) {
         return core.referencesShared(cc, path, text(resultClass), text(role), nullptr, true);
     });
 }
@@ -238,7 +252,9 @@ CMPIData invokeMethod(const CMPIBroker *mb, const CMPIContext *ctx, const CMPIOb
         }
         rt::ArgsObj *outArgs = nullptr;
         if (out != nullptr && (outArgs = Runtime::resolve<rt::ArgsObj>(out, rc)) == nullptr) return none;
-        Reply r = core->invokeMethod(cc, path, method, args);
+        Reply r = throughGate<Reply>(*core, "InvokeMethod " + path.className + "." + method, [&] {
+            return core->invokeMethod(cc, path, method, args);
+        });
         if (!r.ok()) {
             failWith(*core, r, rc);
             return none;

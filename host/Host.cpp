@@ -75,6 +75,7 @@ template <class Op> Reply Host::request(const ObjectPathV *path, Op &&op) {
     try {
         rt::Scope scope;
         rt::ScopeBinding binding(&scope);
+        ClientRequest client;
         CallContext cc = baseContext();
         ObjectPathV typed;
         if (path != nullptr) {
@@ -84,6 +85,8 @@ template <class Op> Reply Host::request(const ObjectPathV *path, Op &&op) {
                 return Reply::error(rc, message);
         }
         Reply r = op(cc, typed);
+        // An up-call that would have hung a stock CIMOM fails the whole request.
+        if (std::string deadlock = client.deadlock(); !deadlock.empty()) return Reply::error(CMPI_RC_ERR_FAILED, deadlock);
         normalize(r);
         return r;
     } catch (const std::exception &e) {

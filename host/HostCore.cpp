@@ -81,6 +81,15 @@ HostCore::HostCore(HostOptions options)
         }
     }
     namespaces_.insert(schema_.namespaces().begin(), schema_.namespaces().end());
+
+    // The built-in authorization service runs in a process of its own.
+    for (const auto &b : bindings_) {
+        const bool byLibrary = options_.layout == HostOptions::ProcessLayout::ByLibrary && !b->module->location().empty();
+        const std::string process = byLibrary ? "lib" + b->module->location() + ".so" : b->module->name();
+        auto &worker = workers_[process];
+        if (!worker) worker = std::make_unique<Worker>(process);
+        b->worker = worker.get();
+    }
 }
 
 HostCore::~HostCore() {

@@ -8,6 +8,7 @@
 #include "Providers.h"
 #include "Reply.h"
 #include "Schema.h"
+#include "Workers.h"
 
 #include <cmpift.h>
 
@@ -58,6 +59,7 @@ struct Binding {
     std::vector<std::string> namespaces;  // lower case
     std::vector<std::string> kinds;
     std::shared_ptr<ProviderModule> module;
+    Worker *worker = nullptr;  // the provider process that runs it
     std::once_flag checked;
     std::string checkError;  // why the block is unusable, once checked
 
@@ -78,6 +80,7 @@ public:
     const CMPIBroker *broker() const { return &broker_.broker; }
     const rt::Flavor &flavor() const { return flavor_; }
     const Schema &schema() const { return schema_; }
+    UpcallGate &upcalls() { return gate_; }
 
     Reply enumerateInstanceNames(const CallContext &cc, const ObjectPathV &op);
     Reply enumerateInstances(const CallContext &cc, const ObjectPathV &op, const PropertyList *props);
@@ -126,8 +129,8 @@ private:
     // Logs, once per class and property, a returned type the MOF does not declare.
     void checkTypes(const std::vector<std::shared_ptr<const InstanceV>> &instances);
     template <class Call>
-    SharedReply forEachAssociation(const CallContext &cc, const ObjectPathV &op, const std::string &assocClass,
-                             bool names, Call &&call);
+    SharedReply forEachAssociation(const char *operation, const CallContext &cc, const ObjectPathV &op,
+                                   const std::string &assocClass, bool names, Call &&call);
 
     HostOptions options_;
     rt::Flavor flavor_;
@@ -139,6 +142,7 @@ private:
     std::vector<std::unique_ptr<Binding>> bindings_;
     std::vector<std::shared_ptr<ProviderModule>> modules_;
     std::set<std::string> namespaces_;  // lower case
+    std::map<std::string, std::unique_ptr<Worker>> workers_;  // by process name
 
     mutable std::mutex stateMutex_;
     std::map<std::string, unsigned> permissions_;  // by user name
@@ -148,6 +152,8 @@ private:
     // cached instance handed out again is not looked at property by property.
     std::unordered_map<const InstanceV *, std::weak_ptr<const InstanceV>> typesChecked_;
     size_t typesCheckedLimit_ = 1024;
+    // Last, so its threads end before anything they might touch.
+    UpcallGate gate_;
 };
 
 // Broker function tables (BrokerUpcalls.cpp, BrokerEnc.cpp, BrokerExt.cpp).

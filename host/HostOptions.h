@@ -17,6 +17,12 @@ struct HostOptions {
     std::string principal = "root";
     PrincipalEntry principalEntry = PrincipalEntry::Named;
 
+    // Provider processes: one per provider library (a stock CIMOM's default
+    // grouping) or one per provider (grouping off). Each serialises its
+    // broker up-calls.
+    enum class ProcessLayout { ByLibrary, PerProvider };
+    ProcessLayout layout = ProcessLayout::ByLibrary;
+
     // Emulates a CMPI 1.0-level stock CIMOM: brokerVersion 0, EncFT version 1,
     // and the 2.0-only slots (EncFT 17-20, InstanceFT 10, ResultFT 7) NULL.
     bool cmpi10Broker = false;

@@ -12,30 +12,23 @@ namespace cimhost {
 
 namespace {
 
-// Bounds providers that keep calling themselves through the broker.
+// Bounds chains of up-calls (each is served on a thread of its own).
 constexpr int kMaxNesting = 32;
-thread_local int nesting = 0;
 
 class NestingGuard {
 public:
-    NestingGuard() : ok_(++nesting <= kMaxNesting) {}
-    ~NestingGuard() { --nesting; }
-    NestingGuard(const NestingGuard &) = delete;
-    NestingGuard &operator=(const NestingGuard &) = delete;
-    bool ok() const { return ok_; }
-
-private:
-    bool ok_;
+    bool ok() const { return threadRole().depth <= kMaxNesting; }
 };
 
 using rt::Lifetime;
 using rt::Runtime;
 
+// One provider call: its passed-in objects, and the provider process it runs in.
 class CallFrame {
 public:
-    CallFrame(const rt::Flavor &flavor, const CallContext &cc, const ObjectPathV &op, CMPIUint32 flags,
-              rt::ResultSink::Accepts accepts, const PropertyList *props)
-        : flavor_(flavor) {
+    CallFrame(const Binding &binding, const char *operation, const rt::Flavor &flavor, const CallContext &cc,
+              const ObjectPathV &op, CMPIUint32 flags, rt::ResultSink::Accepts accepts, const PropertyList *props)
+        : worker_(binding.worker, binding.module->name() + " " + operation + " " + op.className), flavor_(flavor) {
         sink.accepts = accepts;
         NamedValues entries = cc.entries;
         setNamed(entries, CMPIInvocationFlags, Value::u32(flags));
@@ -86,6 +79,7 @@ private:
         return obj;
     }
 
+    InWorker worker_;
     rt::Flavor flavor_;
     std::vector<rt::Object *> owned_;
     CMPIContext *ctx_;
@@ -176,7 +170,8 @@ SharedReply HostCore::enumerateShared(const CallContext &cc, const ObjectPathV &
         if (mi != nullptr) {
             // An enumeration names a class: the path carries no keys.
             ObjectPathV path{op.ns, t.className, op.host, {}};
-            CallFrame frame(flavor_, cc, path, names ? 0 : CMPI_FLAG_DeepInheritance,
+            CallFrame frame(*t.binding, names ? "EnumerateInstanceNames" : "EnumerateInstances", flavor_, cc, path,
+                            names ? 0 : CMPI_FLAG_DeepInheritance,
                             names ? rt::ResultSink::Accepts::Paths : rt::ResultSink::Accepts::Instances, props);
             bool missing = names ? mi->ft->enumerateInstanceNames == nullptr : mi->ft->enumerateInstances == nullptr;
             if (missing) {
@@ -216,7 +211,7 @@ SharedReply HostCore::getInstanceShared(const CallContext &cc, const ObjectPathV
         auto *mi = static_cast<CMPIInstanceMI *>(usableMi(*t.binding, MiKind::Instance, part));
         if (mi != nullptr) {
             if (mi->ft->getInstance == nullptr) return unsupported(t.binding->module->name() + " has no getInstance");
-            CallFrame frame(flavor_, cc, op, 0, rt::ResultSink::Accepts::Instances, props);
+            CallFrame frame(*t.binding, "GetInstance", flavor_, cc, op, 0, rt::ResultSink::Accepts::Instances, props);
             part = frame.finish(mi->ft->getInstance(mi, frame.ctx(), frame.rslt(), frame.op(), frame.properties()));
         }
         // Several subclass providers: the first that knows the instance answers.
@@ -232,8 +227,8 @@ SharedReply HostCore::getInstanceShared(const CallContext &cc, const ObjectPathV
 // ---- associations ------------------------------------------------------------
 
 template <class Call>
-SharedReply HostCore::forEachAssociation(const CallContext &cc, const ObjectPathV &op, const std::string &assocClass,
-                                         bool names, Call &&call) {
+SharedReply HostCore::forEachAssociation(const char *operation, const CallContext &cc, const ObjectPathV &op,
+                                         const std::string &assocClass, bool names, Call &&call) {
     NestingGuard guard;
     if (!guard.ok()) return SharedReply::error(CMPI_RC_ERR_FAILED, "up-calls nested too deeply");
     std::string message;
@@ -247,7 +242,7 @@ SharedReply HostCore::forEachAssociation(const CallContext &cc, const ObjectPath
         SharedReply part;
         auto *mi = static_cast<CMPIAssociationMI *>(usableMi(*b, MiKind::Association, part));
         if (mi != nullptr) {
-            CallFrame frame(flavor_, cc, op, 0,
+            CallFrame frame(*b, operation, flavor_, cc, op, 0,
                             names ? rt::ResultSink::Accepts::Paths : rt::ResultSink::Accepts::Instances, nullptr);
             part = call(mi, frame);
         }
@@ -275,7 +270,7 @@ SharedReply HostCore::associatorsShared(const CallContext &cc, const ObjectPathV
         for (const std::string &n : *props) p.push_back(n.c_str());
         p.push_back(nullptr);
     }
-    SharedReply r = forEachAssociation(cc, op, f.assocClass, names, [&](CMPIAssociationMI *mi, CallFrame &frame) {
+    SharedReply r = forEachAssociation(names ? "AssociatorNames" : "Associators", cc, op, f.assocClass, names, [&](CMPIAssociationMI *mi, CallFrame &frame) {
         if (names) {
             if (mi->ft->associatorNames == nullptr) return unsupported("no associatorNames operation");
             return frame.finish(mi->ft->associatorNames(mi, frame.ctx(), frame.rslt(), frame.op(),
@@ -308,7 +303,7 @@ SharedReply HostCore::referencesShared(const CallContext &cc, const ObjectPathV 
         for (const std::string &n : *props) p.push_back(n.c_str());
         p.push_back(nullptr);
     }
-    SharedReply r = forEachAssociation(cc, op, resultClass, names, [&](CMPIAssociationMI *mi, CallFrame &frame) {
+    SharedReply r = forEachAssociation(names ? "ReferenceNames" : "References", cc, op, resultClass, names, [&](CMPIAssociationMI *mi, CallFrame &frame) {
         if (names) {
             if (mi->ft->referenceNames == nullptr) return unsupported("no referenceNames operation");
             return frame.finish(mi->ft->referenceNames(mi, frame.ctx(), frame.rslt(), frame.op(),
@@ -357,7 +352,7 @@ Reply HostCore::invokeMethod(const CallContext &cc, const ObjectPathV &op, const
     if (mi == nullptr) return std::move(failure).toReply();
     if (mi->ft->invokeMethod == nullptr)
         return Reply::error(CMPI_RC_ERR_NOT_SUPPORTED, binding->module->name() + " has no invokeMethod");
-    CallFrame frame(flavor_, cc, op, 0, rt::ResultSink::Accepts::Data, nullptr);
+    CallFrame frame(*binding, "InvokeMethod", flavor_, cc, op, 0, rt::ResultSink::Accepts::Data, nullptr);
     rt::ArgsObj *inArgs = frame.args(std::move(typed));
     rt::ArgsObj *outArgs = frame.args({});
     CMPIStatus st = mi->ft->invokeMethod(mi, frame.ctx(), frame.rslt(), frame.op(), method.c_str(),

@@ -1,21 +1,16 @@
 #include "CacheReset.h"
 
-#include "CimWriter.h"
+#include "CacheEpochs.h"
 #include "Platform.h"
 
 namespace tovra {
 
-void TovraInvokeMethodResetBaseTime(const CMPIBroker *broker, const CMPIContext *ctx,
+// The stale modules are told through the shared reset counters, not through
+// the broker: an up-call made while this method may itself be serving one
+// would wait forever in a CIMOM that serialises a process's up-calls.
+void TovraInvokeMethodResetBaseTime(const CMPIBroker *, const CMPIContext *,
                                     std::initializer_list<const char *> classNames) {
-    for (const char *className : classNames) {
-        if (className == nullptr) break;
-        CMPIObjectPath *op = CMNewObjectPath(broker, "tovra/cimv2", className, nullptr);
-        CMPIArgs *in = CMNewArgs(broker, nullptr);
-        CMPIArgs *out = CMNewArgs(broker, nullptr);
-        if (op == nullptr || in == nullptr || out == nullptr) continue;
-        // Results and failures are of no interest: the target only zeroes its cache time.
-        CBInvokeMethod(broker, ctx, op, "TimeCalibration", in, out, nullptr);
-    }
+    announceCacheReset(classNames);
     logAlert("%s: Ending\n", "TovraInvokeMethodResetBaseTime");
 }
 

@@ -1,5 +1,5 @@
-// Tells other modules that their caches are stale after a configuration
-// change, by invoking their "TimeCalibration" method through the broker.
+// Tells other modules, in this process and in every other, that their
+// instance caches are stale after a configuration change.
 #pragma once
 
 #include <cmpimacs.h>

@@ -7,16 +7,9 @@
 #include "Privilege.h"
 #include "ProviderFrame.h"
 
-#include <concepts>
 #include <cstring>
 
 namespace tovra {
-
-template <class M>
-concept HasOwnMethods = requires(const CMPIContext *ctx, const CMPIResult *rslt, const CMPIObjectPath *ref,
-                                 const char *method, const CMPIArgs *in, CMPIArgs *out) {
-    { M::invokeMethod(ctx, rslt, ref, method, in, out) } -> std::same_as<CMPIStatus>;
-};
 
 template <class M> struct MethodOps {
     using S = ModuleState<M>;
@@ -58,7 +51,7 @@ private:
             else
                 return okStatus();
         }
-        if constexpr (HasOwnMethods<M>) {
+        if constexpr (HasMethodProvider<M>) {
             // A module's method ends early by throwing MethodFailure (a bad
             // argument count or value, a device that will not open).
             try {

@@ -16,12 +16,14 @@
 
 #include <cmpimacs.h>
 
+#include "CacheEpochs.h"
 #include "Channel.h"
 #include "CimWriter.h"
 #include "Controller.h"
 #include "Platform.h"
 
 #include <atomic>
+#include <concepts>
 #include <cstdint>
 #include <ctime>
 #include <exception>
@@ -51,6 +53,15 @@ inline bool cacheIsStale(time_t now, time_t setTime) {
 
 inline std::string opName(const char *prefix, const char *op) { return std::string(prefix) + op; }
 
+// A module whose traits have invokeMethod has a method provider: it answers
+// "TimeCalibration", and so honours the resets methods announce. The others
+// let their caches age.
+template <class M>
+concept HasMethodProvider = requires(const CMPIContext *ctx, const CMPIResult *rslt, const CMPIObjectPath *ref,
+                                     const char *method, const CMPIArgs *in, CMPIArgs *out) {
+    { M::invokeMethod(ctx, rslt, ref, method, in, out) } -> std::same_as<CMPIStatus>;
+};
+
 template <class M> struct ModuleState {
     static inline const CMPIBroker *_TovraBroker = nullptr;
     // What every factory of the module does with its broker. A CIMOM may call
@@ -70,7 +81,12 @@ template <class M> struct ModuleState {
     static inline std::atomic<time_t> ChkInstTime{0};
     static inline std::atomic<time_t> SetObjTime{0};
     static inline std::atomic<time_t> ChkObjTime{0};
+    // Resets of this class announced by methods, in any process.
+    static inline ResetWatch Resets{M::kClass};
 };
+
+// A result that takes everything and keeps nothing.
+const CMPIResult *discardingResult();
 
 // Namespace text of a request path ("" when it has none).
 std::string nameSpaceOf(const CMPIObjectPath *ref);
@@ -156,9 +172,8 @@ template <class M> struct CachedInstanceOps : CommonOps<M> {
     template <class F>
     static bool findCached(const char *op, const CMPIResult *rslt, CMPIStatus &st, F &&fn);
 
-    // Asks the broker to enumerate the class (which re-enters this module and
-    // rebuilds the cache) when the instance cache is stale. Must be called
-    // without the instance lock held.
+    // Enumerates the class (which rebuilds the cache) when the instance cache
+    // is stale. Must be called without the instance lock held.
     static bool refreshIfStale(const CMPIContext *ctx, const CMPIObjectPath *ref, CMPIStatus &st, const char *op);
 
 protected:
@@ -182,6 +197,9 @@ CMPIStatus CachedInstanceOps<M>::readOperation(const CMPIContext *, const CMPIRe
     return Base::onDevice(rslt, ref, op, [&](int fd, CMPIStatus &st) {
         const time_t now = platformTime();
         (paths ? S::ChkObjTime : S::ChkInstTime).store(now);
+        // A method's reset zeroes the instance cache's time, as "TimeCalibration" does.
+        if constexpr (!paths && HasMethodProvider<M>)
+            if (S::Resets.takeReset()) S::SetInstTime.store(0);
         if (cacheIsStale(now, (paths ? S::SetObjTime : S::SetInstTime).load()))
             rebuild<K>(rslt, ref, properties, fd, st, op);
         else
@@ -309,9 +327,14 @@ bool CachedInstanceOps<M>::refreshIfStale(const CMPIContext *ctx, const CMPIObje
                                           const char *op) {
     const time_t now = platformTime();
     S::ChkInstTime.store(now);
-    if (!cacheIsStale(now, S::SetInstTime.load())) return true;
-    CMPIStatus s = okStatus();
-    CBEnumInstances(S::_TovraBroker, ctx, ref, nullptr, &s);
+    bool stale = cacheIsStale(now, S::SetInstTime.load());
+    if constexpr (HasMethodProvider<M>) stale = stale || S::Resets.pending();
+    if (!stale) return true;
+    // The module's own enumeration rebuilds the cache; it is called directly,
+    // not through the broker, because a get-instance may itself be serving an
+    // up-call (an association's), and a CIMOM that serialises up-calls would
+    // never answer a second one.
+    const CMPIStatus s = M::Ops::enumInstances(ctx, discardingResult(), ref, nullptr);
     if (s.rc != CMPI_RC_OK) {
         logAlert("%s: Error to create an Instance Enumeration\n", opName(M::kPrefix, op).c_str());
         st = s;

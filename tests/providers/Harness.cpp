@@ -5,6 +5,10 @@
 #include "DirectCall.h"
 
 #include <dlfcn.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
 
 #include <memory>
 #include <mutex>
@@ -13,6 +17,17 @@ namespace harness {
 namespace sim = tovra::sim;
 
 namespace {
+
+// The library's cache reset counters live in a file of this test process, so
+// tests running at once in other processes do not make its caches stale.
+// Tests that start other processes hand them the same file.
+const bool privateResetCounters = [] {
+    if (std::getenv("TOVRA_CACHE_EPOCHS") != nullptr) return false;
+    static const std::string file = "/tmp/tovra-cache-epochs-" + std::to_string(::getpid());
+    ::setenv("TOVRA_CACHE_EPOCHS", file.c_str(), 1);
+    std::atexit([] { std::remove(file.c_str()); });
+    return true;
+}();
 
 cimhost::Host &host() {
     static std::unique_ptr<cimhost::Host> instance = [] {

@@ -1,0 +1,123 @@
+#include "Workers.h"
+
+namespace cimhost {
+
+ThreadRole &threadRole() {
+    thread_local ThreadRole role;
+    return role;
+}
+
+InWorker::InWorker(Worker *worker, std::string operation) {
+    ThreadRole &role = threadRole();
+    worker_ = role.worker;
+    operation_ = std::move(role.operation);
+    role.worker = worker;
+    role.operation = std::move(operation);
+}
+
+InWorker::~InWorker() {
+    ThreadRole &role = threadRole();
+    role.worker = worker_;
+    role.operation = std::move(operation_);
+}
+
+ClientRequest::ClientRequest() : own_(!threadRole().chain) {
+    if (own_) threadRole().chain = std::make_shared<Chain>();
+}
+
+ClientRequest::~ClientRequest() {
+    if (own_) threadRole().chain.reset();
+}
+
+std::string ClientRequest::deadlock() const {
+    const std::shared_ptr<Chain> &chain = threadRole().chain;
+    if (!own_ || !chain) return {};
+    std::lock_guard lock(chain->mutex);
+    return chain->deadlock;
+}
+
+// ---- threads ---------------------------------------------------------------------
+
+struct UpcallThreads::Job {
+    const std::function<void()> *task;
+    bool done = false;
+};
+
+UpcallThreads::~UpcallThreads() {
+    {
+        std::lock_guard lock(mutex_);
+        stopping_ = true;
+    }
+    work_.notify_all();
+    for (std::thread &t : threads_) t.join();
+}
+
+void UpcallThreads::run(const std::function<void()> &task) {
+    Job job{&task};
+    std::unique_lock lock(mutex_);
+    queue_.push_back(&job);
+    if (idle_ < queue_.size())
+        threads_.emplace_back([this] { serve(); });
+    else
+        work_.notify_one();
+    done_.wait(lock, [&] { return job.done; });
+}
+
+void UpcallThreads::serve() {
+    std::unique_lock lock(mutex_);
+    for (;;) {
+        ++idle_;
+        work_.wait(lock, [&] { return stopping_ || !queue_.empty(); });
+        --idle_;
+        if (queue_.empty()) return;  // stopping
+        Job *job = queue_.front();
+        queue_.pop_front();
+        lock.unlock();
+        (*job->task)();
+        lock.lock();
+        job->done = true;
+        done_.notify_all();
+    }
+}
+
+// ---- locks -----------------------------------------------------------------------
+
+bool UpcallGate::acquire(Worker &worker, const std::shared_ptr<Chain> &chain, const std::string &call,
+                         std::string &deadlock) {
+    std::unique_lock lock(mutex_);
+    while (worker.holder_ != nullptr) {
+        // Follow who waits for whom from the holder: reaching this request
+        // again means the lock would never be released.
+        const Chain *holder = worker.holder_;
+        for (size_t hops = 0; holder != nullptr && hops < 1024; ++hops) {
+            if (holder == chain.get()) {
+                deadlock = "nested up-call would deadlock a stock CIMOM: " + call +
+                           " waits for the up-call lock of provider process " + worker.name() +
+                           ", held by " + worker.holderCall_;
+                std::lock_guard chainLock(chain->mutex);
+                if (chain->deadlock.empty()) chain->deadlock = deadlock;
+                return false;
+            }
+            const Worker *next = holder->waitingFor;
+            if (next == nullptr) break;
+            holder = next->holder_;
+        }
+        chain->waitingFor = &worker;
+        worker.freed_.wait(lock);
+        chain->waitingFor = nullptr;
+    }
+    worker.holder_ = chain.get();
+    worker.holderCall_ = call;
+    return true;
+}
+
+void UpcallGate::release(Worker &worker) {
+    {
+        std::lock_guard lock(mutex_);
+        worker.holder_ = nullptr;
+        worker.holderCall_.clear();
+    }
+    worker.freed_.notify_all();
+}
+
+}  // namespace cimhost

@@ -1,0 +1,199 @@
+#include "CacheEpochs.h"
+
+#include "Platform.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <mutex>
+#include <string>
+
+namespace tovra {
+
+namespace {
+
+constexpr char kMagic[8] = {'T', 'V', 'R', 'E', 'P', 'O', 'C', '1'};
+constexpr std::size_t kNameBytes = 56;
+constexpr int kSlots = 63;
+
+// One class's counter; the name is written once, under the file lock.
+struct Slot {
+    char name[kNameBytes];
+    uint64_t counter;
+};
+
+struct Board {
+    char magic[8];
+    uint64_t reserved[7];
+    Slot slots[kSlots];
+};
+static_assert(sizeof(Board) == 4096);
+
+// The file's descriptor for the few moments a slot is assigned.
+class LockedFile {
+public:
+    LockedFile(const std::string &path, const struct stat &expected) {
+        fd_ = ::open(path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC);
+        struct stat now{};
+        if (fd_ >= 0 && (::fstat(fd_, &now) != 0 || now.st_ino != expected.st_ino || now.st_dev != expected.st_dev ||
+                         ::flock(fd_, LOCK_EX) != 0)) {
+            ::close(fd_);
+            fd_ = -1;
+        }
+    }
+    ~LockedFile() {
+        if (fd_ >= 0) ::close(fd_);  // also drops the lock
+    }
+    LockedFile(const LockedFile &) = delete;
+    LockedFile &operator=(const LockedFile &) = delete;
+    bool ok() const { return fd_ >= 0; }
+
+private:
+    int fd_ = -1;
+};
+
+class EpochTable {
+public:
+    static EpochTable &instance() {
+        static EpochTable table;
+        return table;
+    }
+
+    // The slot of a class, assigned on first use; -1 when there is none.
+    int slotOf(const char *className) {
+        if (className == nullptr || std::strlen(className) >= kNameBytes) return -1;
+        std::lock_guard lock(mutex_);
+        if (shared_) {
+            LockedFile file(path_, identity_);
+            if (!file.ok()) return -1;
+            return findOrAssign(className);
+        }
+        return findOrAssign(className);
+    }
+
+    std::atomic_ref<uint64_t> counter(int slot) { return std::atomic_ref<uint64_t>(board_->slots[slot].counter); }
+    const char *file() const { return shared_ ? path_.c_str() : ""; }
+
+    ~EpochTable() {
+        if (shared_) ::munmap(board_, sizeof(Board));
+    }
+    EpochTable(const EpochTable &) = delete;
+    EpochTable &operator=(const EpochTable &) = delete;
+
+private:
+    EpochTable() {
+        const char *configured = std::getenv("TOVRA_CACHE_EPOCHS");
+        path_ = configured != nullptr ? configured : kCacheEpochsPath;
+        if (path_.empty()) return;  // asked to keep the counters in this process
+        std::string why = mapShared();
+        if (!why.empty()) logAlert("TovraCacheEpochs: %s not used (%s); cache resets reach this process only\n",
+                                   path_.c_str(), why.c_str());
+    }
+
+    // Maps the shared file; the reason it could not, or "".
+    std::string mapShared() {
+        const int fd = ::open(path_.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+        if (fd < 0) return std::strerror(errno);
+        std::string why;
+        struct stat st{};
+        void *mapped = MAP_FAILED;
+        if (::fstat(fd, &st) != 0) {
+            why = std::strerror(errno);
+        } else if (!S_ISREG(st.st_mode)) {
+            why = "not a regular file";
+        } else if (st.st_uid != ::geteuid()) {
+            why = "owned by another user";
+        } else if ((st.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+            why = "writable by others";
+        } else if (::flock(fd, LOCK_EX) != 0) {
+            why = std::strerror(errno);
+        } else {
+            if (st.st_size < static_cast<off_t>(sizeof(Board)) && ::ftruncate(fd, sizeof(Board)) != 0)
+                why = std::strerror(errno);
+            if (why.empty()) mapped = ::mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+            if (why.empty() && mapped == MAP_FAILED) why = std::strerror(errno);
+            if (mapped != MAP_FAILED) {
+                auto *board = static_cast<Board *>(mapped);
+                const bool fresh = std::all_of(std::begin(board->magic), std::end(board->magic),
+                                               [](char c) { return c == 0; });
+                if (fresh) std::memcpy(board->magic, kMagic, sizeof kMagic);
+                if (std::memcmp(board->magic, kMagic, sizeof kMagic) != 0) {
+                    why = "not a counter file";
+                    ::munmap(mapped, sizeof(Board));
+                    mapped = MAP_FAILED;
+                }
+            }
+        }
+        // The mapping keeps the open file, and with it a flock lock: unlock first.
+        ::flock(fd, LOCK_UN);
+        ::close(fd);
+        if (mapped == MAP_FAILED) return why;
+        board_ = static_cast<Board *>(mapped);
+        identity_ = st;
+        shared_ = true;
+        return {};
+    }
+
+    int findOrAssign(const char *className) {
+        for (int i = 0; i < kSlots; ++i) {
+            char *name = board_->slots[i].name;
+            if (name[0] == '\0') {
+                std::strncpy(name, className, kNameBytes - 1);
+                return i;
+            }
+            if (std::strncmp(name, className, kNameBytes) == 0) return i;
+        }
+        return -1;
+    }
+
+    std::mutex mutex_;
+    std::string path_;
+    struct stat identity_{};
+    Board local_{};
+    Board *board_ = &local_;
+    bool shared_ = false;
+};
+
+}  // namespace
+
+void announceCacheReset(std::initializer_list<const char *> classNames) {
+    EpochTable &table = EpochTable::instance();
+    for (const char *className : classNames) {
+        if (className == nullptr) break;
+        if (const int slot = table.slotOf(className); slot >= 0) table.counter(slot).fetch_add(1);
+    }
+}
+
+std::optional<uint64_t> ResetWatch::current() {
+    constexpr int kUnresolved = -1, kNoSlot = -2;
+    int slot = slot_.load(std::memory_order_acquire);
+    if (slot == kUnresolved) {
+        slot = EpochTable::instance().slotOf(className_);
+        if (slot < 0) slot = kNoSlot;
+        slot_.store(slot, std::memory_order_release);
+    }
+    if (slot == kNoSlot) return std::nullopt;
+    return EpochTable::instance().counter(slot).load();
+}
+
+bool ResetWatch::takeReset() {
+    const std::optional<uint64_t> now = current();
+    return now && seen_.exchange(*now) != *now;
+}
+
+bool ResetWatch::pending() {
+    const std::optional<uint64_t> now = current();
+    return now && seen_.load() != *now;
+}
+
+const char *cacheEpochsFile() { return EpochTable::instance().file(); }
+
+}  // namespace tovra
