@@ -3,6 +3,7 @@
 #pragma once
 
 #include "ClassRepository.h"
+#include "Value.h"
 
 #include <cmpidt.h>
 
@@ -33,6 +34,10 @@ public:
     const PropertyTypes *propertyTypes(std::string_view cls) const;
     // Reference properties of an association class (inherited ones included).
     std::vector<const PropertyDecl *> references(std::string_view cls) const;
+    // The MOF default values of a class's properties, inherited ones
+    // included, typed as declared: what an instance made from the class starts
+    // with. nullptr for an unknown class or one without defaults.
+    const NamedValues *defaults(std::string_view cls) const;
     const MethodDecl *method(std::string_view cls, std::string_view name) const {
         return repo_.findMethod(cls, name);
     }
@@ -48,6 +53,7 @@ private:
     // Declared property types of every class, inherited ones included: asked
     // for each property of every instance a provider returns.
     std::unordered_map<std::string, PropertyTypes, NoCaseHash, NoCaseEqual> types_;
+    std::unordered_map<std::string, NamedValues, NoCaseHash, NoCaseEqual> defaults_;
 };
 
 }  // namespace cimhost
