@@ -36,7 +36,7 @@ Value scalarOf(CimType type, const MofScalar &s) {
 }
 
 // A declaration's default as the type of the property that inherits it.
-Value defaultOf(const std::string &cls, const ClassRepository::Default &d) {
+Value defaultOf(std::string_view cls, const ClassRepository::Default &d) {
     const PropertyDecl &src = *d.source;
     Value v;
     if (src.isArray) {
@@ -49,7 +49,7 @@ Value defaultOf(const std::string &cls, const ClassRepository::Default &d) {
     const CMPIType target = cmpiTypeOf(d.property->type, d.property->isArray);
     if (v.type() == target) return v;
     if (auto converted = v.convertTo(target)) return *converted;
-    throw MofError(cls, 0, "the default of " + src.name + " does not fit the type " + typeName(target));
+    throw MofError(std::string(cls), 0, "the default of " + src.name + " does not fit the type " + typeName(target));
 }
 
 }  // namespace
@@ -76,6 +76,12 @@ CMPIType cmpiTypeOf(CimType type, bool isArray) {
     return isArray ? static_cast<CMPIType>(t | CMPI_ARRAY) : t;
 }
 
+NamedValues classDefaults(const ClassRepository &repo, std::string_view cls) {
+    NamedValues defaults;
+    for (const auto &d : repo.defaultValues(cls)) defaults.emplace_back(d.property->name, defaultOf(cls, d));
+    return defaults;
+}
+
 Schema::Schema(const std::vector<std::string> &mofPaths) {
     repo_.loadText(kBuiltinMof, "<host classes>");
     for (const std::string &path : mofPaths) {
@@ -92,9 +98,8 @@ Schema::Schema(const std::vector<std::string> &mofPaths) {
         rt::registerClassKeys(name, repo_.keyNames(name));
         PropertyTypes &types = types_[name];
         for (const PropertyDecl *p : repo_.allProperties(name)) types[p->name] = cmpiTypeOf(p->type, p->isArray);
-        NamedValues defaults;
-        for (const auto &d : repo_.defaultValues(name)) defaults.emplace_back(d.property->name, defaultOf(name, d));
-        if (!defaults.empty()) defaults_.emplace(name, std::move(defaults));
+        if (NamedValues defaults = classDefaults(repo_, name); !defaults.empty())
+            defaults_.emplace(name, std::move(defaults));
     }
 }
 

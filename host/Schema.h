@@ -17,6 +17,11 @@ namespace cimhost {
 // The CMPI type code of a declared CIM type.
 CMPIType cmpiTypeOf(CimType type, bool isArray);
 
+// The MOF default values of a class's properties (inherited ones included),
+// typed as declared, in the repository's property order. Throws MofError when
+// an inherited default does not fit the type of the property that overrides it.
+NamedValues classDefaults(const ClassRepository &repo, std::string_view cls);
+
 class Schema {
 public:
     // Reads the built-in classes, then every MOF file or directory given;
