@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 
 #include <cstdio>
+#include <limits>
 
 namespace {
 
@@ -69,6 +70,41 @@ TEST(Cli, MethodArgumentsAreTypedAsWritten) {
         EXPECT_EQ(cimhost::cli::typedArgument(c.text), c.expected);
     }
     EXPECT_THROW(cimhost::cli::typedArguments({"=3"}), std::invalid_argument);
+}
+
+// The CLI's text and JSON show a real in the shortest form that reads back to
+// the same value of its own width; JSON, which has no NaN or infinity, null.
+TEST(Cli, RealsPrintInTheirShortestForm) {
+    using cimhost::Value;
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const double inf = std::numeric_limits<double>::infinity();
+    struct Case {
+        Value value;
+        const char *text;
+        const char *json;
+    };
+    const Case cases[] = {
+        {Value::real32(3.31f), "3.31", "3.31"},
+        {Value::real64(3.31), "3.31", "3.31"},
+        {Value::real32(0.0f), "0", "0.0"},
+        {Value::real32(-12.5f), "-12.5", "-12.5"},
+        {Value::real32(1e-45f), "1e-45", "1e-45"},
+        {Value::real32(3.4028235e38f), "3.4028235e+38", "3.4028235e+38"},
+        {Value::real64(1.7976931348623157e308), "1.7976931348623157e+308", "1.7976931348623157e+308"},
+        {Value::real64(-2.5e-300), "-2.5e-300", "-2.5e-300"},
+        {Value::real32(static_cast<float>(nan)), "nan", "null"},
+        {Value::real64(-inf), "-inf", "null"},
+        {Value::array(CMPI_real32, {Value::real32(0.1f), Value::real32(2.2f)}), "{0.1, 2.2}", "[0.1,2.2]"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.text);
+        EXPECT_EQ(c.value.toText(), c.text);
+        EXPECT_EQ(cimhost::cli::toJson(c.value).dump(), c.json);
+    }
+    // In a reply as the CLI prints it.
+    cimhost::Reply reply;
+    reply.returnValue = Value::real32(3.31f);
+    EXPECT_EQ(cimhost::cli::toText(reply), "ReturnValue = 3.31\n");
 }
 
 TEST(Cli, PrintsJsonAndFailsWithTheStatus) {
