@@ -9,6 +9,14 @@ namespace cimhost::mof {
 
 namespace {
 
+// Built in place: moving a variant that may hold a string out of a temporary
+// sets off a false maybe-uninitialized warning in some compilers.
+template <class T> std::optional<MofScalar> scalar(T value) {
+    std::optional<MofScalar> out;
+    out.emplace(std::in_place_type<T>, std::move(value));
+    return out;
+}
+
 struct Integer {
     bool negative = false;
     uint64_t magnitude = 0;
@@ -52,7 +60,7 @@ std::optional<MofScalar> unsignedLiteral(CimType type, const Token &t) {
     if (!n || (n->negative && n->magnitude != 0)) return std::nullopt;
     const unsigned bits = integerBits(type);
     if (bits < 64 && n->magnitude >> bits != 0) return std::nullopt;
-    return MofScalar{n->magnitude};
+    return scalar(n->magnitude);
 }
 
 std::optional<MofScalar> signedLiteral(CimType type, const Token &t) {
@@ -62,7 +70,7 @@ std::optional<MofScalar> signedLiteral(CimType type, const Token &t) {
     const uint64_t limit = uint64_t{1} << (integerBits(type) - 1);  // |min|; max is one less
     if (n->magnitude > (n->negative ? limit : limit - 1)) return std::nullopt;
     const int64_t v = n->negative ? static_cast<int64_t>(0 - n->magnitude) : static_cast<int64_t>(n->magnitude);
-    return MofScalar{v};
+    return scalar(v);
 }
 
 std::optional<MofScalar> realLiteral(CimType type, const Token &t) {
@@ -76,7 +84,7 @@ std::optional<MofScalar> realLiteral(CimType type, const Token &t) {
         if (std::fabs(v) > std::numeric_limits<float>::max()) return std::nullopt;
         v = static_cast<float>(v);
     }
-    return MofScalar{v};
+    return scalar(v);
 }
 
 // The one UTF-8 character of `s` as a UCS-2 code, or nullopt.
@@ -96,7 +104,7 @@ std::optional<MofScalar> char16Literal(const Token &t) {
     if (n == 0) return std::nullopt;
     for (std::size_t i = 1; i < n; ++i)
         if ((b(i) & 0xC0) != 0x80) return std::nullopt;
-    return MofScalar{uint64_t{code}};
+    return scalar(uint64_t{code});
 }
 
 // yyyymmddhhmmss.mmmmmmsutc or ddddddddhhmmss.mmmmmm:000; '*' may stand for a digit.
@@ -114,15 +122,15 @@ bool looksLikeDateTime(std::string_view s) {
 std::optional<MofScalar> typedLiteral(CimType type, const Token &t) {
     switch (type) {
     case CimType::Boolean:
-        if (t.isWord("true")) return MofScalar{true};
-        if (t.isWord("false")) return MofScalar{false};
+        if (t.isWord("true")) return scalar(true);
+        if (t.isWord("false")) return scalar(false);
         return std::nullopt;
     case CimType::String:
         if (t.kind != TokenKind::String) return std::nullopt;
-        return MofScalar{t.text};
+        return scalar(t.text);
     case CimType::DateTime:
         if (t.kind != TokenKind::String || !looksLikeDateTime(t.text)) return std::nullopt;
-        return MofScalar{t.text};
+        return scalar(t.text);
     case CimType::Char16: return char16Literal(t);
     case CimType::Uint8: case CimType::Uint16: case CimType::Uint32: case CimType::Uint64:
         return unsignedLiteral(type, t);
