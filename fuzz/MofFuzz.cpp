@@ -31,6 +31,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         for (const cimhost::PropertyDecl *p : repo.allProperties(name))
             if (p == nullptr || repo.findProperty(name, p->name) == nullptr) __builtin_trap();
         if (!repo.isA(name, name)) __builtin_trap();
+        for (const auto &d : repo.defaultValues(name)) {
+            const auto &value = d.source->defaultValue;
+            if (!value || value->null || (!d.source->isArray && value->elements.size() != 1)) __builtin_trap();
+        }
     }
     return 0;
 }

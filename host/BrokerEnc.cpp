@@ -27,8 +27,12 @@ CMPIInstance *newInstance(const CMPIBroker *mb, const CMPIObjectPath *op, CMPISt
     return factory<CMPIInstance *>(mb, rc, [&](HostCore &core) -> CMPIInstance * {
         auto *path = Runtime::resolve<rt::ObjectPathObj>(op, rc);
         if (path == nullptr) return nullptr;
-        // The path's keys start out as the instance's properties.
+        // The path's keys start out as the instance's properties, then the
+        // class's MOF default values of the properties the keys do not give.
         InstanceV data{path->data(), path->data().keys};
+        if (const NamedValues *defaults = core.schema().defaults(path->data().className))
+            for (const auto &[name, value] : *defaults)
+                if (findNamed(data.properties, name) == nullptr) data.properties.emplace_back(name, value);
         return Runtime::make<rt::InstanceObj>(Lifetime::Tracked, core.flavor(), std::move(data))->as<CMPIInstance>();
     });
 }

@@ -20,6 +20,38 @@ class VMware_UserAuthorizationService {
 };
 )";
 
+Value scalarOf(CimType type, const MofScalar &s) {
+    const CMPIType t = cmpiTypeOf(type, false);
+    if (const auto *b = std::get_if<bool>(&s)) return Value::boolean(*b);
+    if (const auto *u = std::get_if<uint64_t>(&s))
+        return type == CimType::Char16 ? Value::char16(static_cast<uint16_t>(*u)) : Value::unsignedOf(t, *u);
+    if (const auto *i = std::get_if<int64_t>(&s)) return Value::signedOf(t, *i);
+    if (const auto *d = std::get_if<double>(&s))
+        return type == CimType::Real32 ? Value::real32(static_cast<float>(*d)) : Value::real64(*d);
+    if (const auto *text = std::get_if<std::string>(&s)) {
+        if (type != CimType::DateTime) return Value::string(*text);
+        if (auto when = DateTimeV::fromCim(*text)) return Value::dateTime(*when);
+    }
+    return Value::null(t);  // NULL, or a datetime pattern with wildcards
+}
+
+// A declaration's default as the type of the property that inherits it.
+Value defaultOf(std::string_view cls, const ClassRepository::Default &d) {
+    const PropertyDecl &src = *d.source;
+    Value v;
+    if (src.isArray) {
+        Value::Array elements;
+        for (const MofScalar &e : src.defaultValue->elements) elements.push_back(scalarOf(src.type, e));
+        v = Value::array(cmpiTypeOf(src.type, false), std::move(elements));
+    } else {
+        v = scalarOf(src.type, src.defaultValue->elements.at(0));
+    }
+    const CMPIType target = cmpiTypeOf(d.property->type, d.property->isArray);
+    if (v.type() == target) return v;
+    if (auto converted = v.convertTo(target)) return *converted;
+    throw MofError(std::string(cls), 0, "the default of " + src.name + " does not fit the type " + typeName(target));
+}
+
 }  // namespace
 
 CMPIType cmpiTypeOf(CimType type, bool isArray) {
@@ -44,6 +76,12 @@ CMPIType cmpiTypeOf(CimType type, bool isArray) {
     return isArray ? static_cast<CMPIType>(t | CMPI_ARRAY) : t;
 }
 
+NamedValues classDefaults(const ClassRepository &repo, std::string_view cls) {
+    NamedValues defaults;
+    for (const auto &d : repo.defaultValues(cls)) defaults.emplace_back(d.property->name, defaultOf(cls, d));
+    return defaults;
+}
+
 Schema::Schema(const std::vector<std::string> &mofPaths) {
     repo_.loadText(kBuiltinMof, "<host classes>");
     for (const std::string &path : mofPaths) {
@@ -60,6 +98,8 @@ Schema::Schema(const std::vector<std::string> &mofPaths) {
         rt::registerClassKeys(name, repo_.keyNames(name));
         PropertyTypes &types = types_[name];
         for (const PropertyDecl *p : repo_.allProperties(name)) types[p->name] = cmpiTypeOf(p->type, p->isArray);
+        if (NamedValues defaults = classDefaults(repo_, name); !defaults.empty())
+            defaults_.emplace(name, std::move(defaults));
     }
 }
 
@@ -77,6 +117,11 @@ CMPIType Schema::propertyType(std::string_view cls, std::string_view prop) const
 const Schema::PropertyTypes *Schema::propertyTypes(std::string_view cls) const {
     const auto c = types_.find(cls);
     return c == types_.end() ? nullptr : &c->second;
+}
+
+const NamedValues *Schema::defaults(std::string_view cls) const {
+    const auto c = defaults_.find(cls);
+    return c == defaults_.end() ? nullptr : &c->second;
 }
 
 std::vector<const PropertyDecl *> Schema::references(std::string_view cls) const {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "ClassRepository.h"
+#include "Value.h"
 
 #include <cmpidt.h>
 
@@ -15,6 +16,11 @@ namespace cimhost {
 
 // The CMPI type code of a declared CIM type.
 CMPIType cmpiTypeOf(CimType type, bool isArray);
+
+// The MOF default values of a class's properties (inherited ones included),
+// typed as declared, in the repository's property order. Throws MofError when
+// an inherited default does not fit the type of the property that overrides it.
+NamedValues classDefaults(const ClassRepository &repo, std::string_view cls);
 
 class Schema {
 public:
@@ -33,6 +39,10 @@ public:
     const PropertyTypes *propertyTypes(std::string_view cls) const;
     // Reference properties of an association class (inherited ones included).
     std::vector<const PropertyDecl *> references(std::string_view cls) const;
+    // The MOF default values of a class's properties, inherited ones
+    // included, typed as declared: what an instance made from the class starts
+    // with. nullptr for an unknown class or one without defaults.
+    const NamedValues *defaults(std::string_view cls) const;
     const MethodDecl *method(std::string_view cls, std::string_view name) const {
         return repo_.findMethod(cls, name);
     }
@@ -48,6 +58,7 @@ private:
     // Declared property types of every class, inherited ones included: asked
     // for each property of every instance a provider returns.
     std::unordered_map<std::string, PropertyTypes, NoCaseHash, NoCaseEqual> types_;
+    std::unordered_map<std::string, NamedValues, NoCaseHash, NoCaseEqual> defaults_;
 };
 
 }  // namespace cimhost

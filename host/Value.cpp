@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -233,11 +234,7 @@ std::string Value::toText() const {
     switch (type_) {
         case CMPI_boolean: return asBool() ? "true" : "false";
         case CMPI_real32:
-        case CMPI_real64: {
-            char buf[40];
-            std::snprintf(buf, sizeof buf, "%.17g", asReal());
-            return buf;
-        }
+        case CMPI_real64: return realText(type_, asReal());
         case CMPI_string:
         case CMPI_chars: return asString();
         case CMPI_dateTime: return asDateTime().toCim();
@@ -452,6 +449,14 @@ bool ObjectPathV::operator==(const ObjectPathV &other) const {
 
 bool InstanceV::operator==(const InstanceV &other) const {
     return path == other.path && namedEqual(properties, other.properties, false);
+}
+
+std::string realText(CMPIType type, double v) {
+    if (std::isnan(v)) return "nan";
+    char buf[40];
+    const auto res = type == CMPI_real32 ? std::to_chars(buf, buf + sizeof buf, static_cast<float>(v))
+                                         : std::to_chars(buf, buf + sizeof buf, v);
+    return std::string(buf, res.ptr);
 }
 
 std::string typeName(CMPIType type) {

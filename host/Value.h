@@ -140,6 +140,11 @@ struct InstanceV {
     bool operator==(const InstanceV &other) const;
 };
 
+// A real in the shortest text that reads back to the same value of its own
+// width (real32 as a float, real64 as a double): "3.31", "-0.5", "1e+20".
+// NaN and the infinities come out as "nan", "inf" and "-inf".
+std::string realText(CMPIType type, double v);
+
 // Name of a CMPI type code ("uint8", "string[]", ...).
 std::string typeName(CMPIType type);
 // Name of a status code ("CMPI_RC_ERR_NOT_FOUND").

@@ -1,5 +1,7 @@
 #include "Format.h"
 
+#include <charconv>
+#include <cmath>
 #include <sstream>
 
 namespace cimhost::cli {
@@ -10,6 +12,17 @@ Json namedToJson(const NamedValues &values) {
     Json out = Json::object();
     for (const auto &[name, value] : values) out[name] = toJson(value);
     return out;
+}
+
+// A JSON number that prints as the real's shortest text of its own width (a
+// real32 3.31 as 3.31, not 3.309999942779541); JSON has no NaN or infinity:
+// those are null.
+Json realJson(CMPIType type, double v) {
+    if (!std::isfinite(v)) return nullptr;
+    const std::string text = realText(type, v);
+    double shortest = v;
+    std::from_chars(text.data(), text.data() + text.size(), shortest);
+    return shortest;
 }
 
 bool isUnsigned(CMPIType t) { return isUnsignedType(t) || t == CMPI_char16; }
@@ -33,7 +46,7 @@ Json toJson(const Value &value) {
     if (t == CMPI_boolean) return value.asBool();
     if (isSignedType(t)) return value.asSigned();
     if (isUnsigned(t)) return value.asUnsigned();
-    if (t == CMPI_real32 || t == CMPI_real64) return value.asReal();
+    if (t == CMPI_real32 || t == CMPI_real64) return realJson(t, value.asReal());
     if (t == CMPI_ref) return toJson(value.asRef());
     if (t == CMPI_instance) return toJson(value.asInstance());
     return value.toText();

@@ -1,6 +1,7 @@
 #include "TypedArgs.h"
 
 #include "Reply.h"
+#include "Schema.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -51,10 +52,58 @@ std::optional<Value> integerList(const std::string &text) {
     return Value::array(CMPI_uint64, std::move(items));
 }
 
+bool quotedText(const std::string &text) {
+    return text.size() >= 2 &&
+           ((text.front() == '"' && text.back() == '"') || (text.front() == '\'' && text.back() == '\''));
+}
+
+// One element of a declared type; strings may be quoted.
+std::optional<Value> declaredScalar(CMPIType type, const std::string &text) {
+    if (text == "null") return Value::null(type);
+    if (isTextType(type) && quotedText(text)) return Value::string(text.substr(1, text.size() - 2));
+    return Value::parse(type, text);
+}
+
+// A comma-separated list, in brackets or not; quoted elements may hold commas.
+std::optional<Value> declaredArray(CMPIType element, std::string text) {
+    if (text.size() >= 2 && ((text.front() == '[' && text.back() == ']') || (text.front() == '{' && text.back() == '}')))
+        text = text.substr(1, text.size() - 2);
+    Value::Array items;
+    std::string item;
+    char quote = 0;
+    bool any = false;
+    auto finish = [&]() -> bool {
+        auto v = declaredScalar(element, trim(item));
+        if (!v) return false;
+        items.push_back(std::move(*v));
+        item.clear();
+        return true;
+    };
+    for (char c : text) {
+        if (quote == 0 && c == ',') {
+            if (!finish()) return std::nullopt;
+            continue;
+        }
+        if (quote == 0 && (c == '"' || c == '\'')) quote = c;
+        else if (c == quote) quote = 0;
+        item += c;
+        any = any || (c != ' ' && c != '\t');
+    }
+    if ((any || !items.empty()) && !finish()) return std::nullopt;
+    return Value::array(element, std::move(items));
+}
+
 }  // namespace
 
+Value declaredArgument(const ParameterDecl &param, const std::string &text) {
+    const CMPIType element = cmpiTypeOf(param.type, false);
+    if (text == "null") return Value::null(cmpiTypeOf(param.type, param.isArray));
+    auto v = param.isArray ? declaredArray(element, text) : declaredScalar(element, text);
+    return v ? std::move(*v) : typedArgument(text);
+}
+
 Value typedArgument(const std::string &text) {
-    if (text.size() >= 2 && ((text.front() == '"' && text.back() == '"') || (text.front() == '\'' && text.back() == '\'')))
+    if (quotedText(text))
         return Value::string(text.substr(1, text.size() - 2));
     if (text == "null") return Value::null(CMPI_string);
     if (auto v = integer(text)) return *v;
@@ -62,12 +111,17 @@ Value typedArgument(const std::string &text) {
     return Value::string(text);
 }
 
-NamedValues typedArguments(const std::vector<std::string> &items) {
+NamedValues typedArguments(const std::vector<std::string> &items, const MethodDecl *method) {
     NamedValues out;
     for (const std::string &item : items) {
         const std::size_t eq = item.find('=');
         if (eq == std::string::npos || eq == 0) throw std::invalid_argument("argument '" + item + "' is not name=value");
-        out.emplace_back(item.substr(0, eq), typedArgument(item.substr(eq + 1)));
+        const std::string name = item.substr(0, eq), text = item.substr(eq + 1);
+        const ParameterDecl *param = nullptr;
+        if (method != nullptr)
+            for (const ParameterDecl &p : method->params)
+                if (p.in && iequals(p.name, name)) param = &p;
+        out.emplace_back(name, param != nullptr ? declaredArgument(*param, text) : typedArgument(text));
     }
     return out;
 }

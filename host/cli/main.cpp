@@ -2,6 +2,7 @@
 // provider libraries given on the command line) and prints the answer.
 // Exit status: 0 success, 1 the operation failed, 2 a usage error or a host
 // that could not start.
+#include "ClassRepository.h"
 #include "Format.h"
 #include "Host.h"
 #include "Inventory.h"
@@ -10,6 +11,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <filesystem>
 #include <iostream>
 
 using namespace cimhost;
@@ -32,6 +34,19 @@ NamedValues pairs(const std::vector<std::string> &items, const std::string &what
         out.emplace_back(item.substr(0, eq), Value::string(item.substr(eq + 1)));
     }
     return out;
+}
+
+// The MOF the host reads, for the declarations of method parameters.
+ClassRepository declarations(const std::vector<std::string> &mofPaths) {
+    ClassRepository repo;
+    for (const std::string &path : mofPaths) {
+        std::error_code ec;
+        if (std::filesystem::is_directory(path, ec))
+            repo.loadDirectory(path);
+        else
+            repo.loadFile(path);
+    }
+    return repo;
 }
 
 int print(const Reply &reply, bool json) {
@@ -110,7 +125,8 @@ int main(int argc, char **argv) {
     invoke->add_option("method", r.method, "method name")->required();
     invoke->add_option("keys", r.keys, "key=value of the object");
     invoke->add_option("--arg", r.args,
-                       "name=value argument (repeatable): 7, 0x1F, [1,2,3], \"text\", null, or text")
+                       "name=value argument (repeatable), read as the parameter's declared type; undeclared: "
+                       "7, 0x1F, [1,2,3], \"text\", null, or text")
         ->take_all()
         ->expected(1);
     for (CLI::App *sub : {ei, gi, a, ref}) propertyOption(sub, r);
@@ -150,7 +166,9 @@ int main(int argc, char **argv) {
         if (*a) return print(host.associators(path, r.filter, props), json);
         if (*rn) return print(host.referenceNames(path, r.filter.resultClass, r.filter.role), json);
         if (*ref) return print(host.references(path, r.filter.resultClass, r.filter.role, props), json);
-        return printMethod(host.invokeMethod(path, r.method, cli::typedArguments(r.args)), json);
+        const ClassRepository mof = declarations(options.mofPaths);
+        const NamedValues args = cli::typedArguments(r.args, mof.findMethod(r.cls, r.method));
+        return printMethod(host.invokeMethod(path, r.method, args), json);
     } catch (const std::exception &e) {
         std::cerr << "tovra-cim: " << e.what() << '\n';
         return 2;

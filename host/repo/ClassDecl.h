@@ -2,10 +2,12 @@
 // and the error type of everything that reads source files.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 namespace cimhost {
@@ -24,6 +26,18 @@ struct Qualifier {
     std::string value;
 };
 
+// A MOF constant read as its declared type: booleans; unsigned integers and
+// char16 as uint64; signed integers as int64; reals (real32 already rounded to
+// float); strings and datetimes as text; NULL as monostate.
+using MofScalar = std::variant<std::monostate, bool, uint64_t, int64_t, double, std::string>;
+
+// The "= value" of a property declaration: NULL, one scalar, or an array's
+// elements.
+struct MofDefault {
+    bool null = false;
+    std::vector<MofScalar> elements;
+};
+
 struct PropertyDecl {
     std::string name;
     CimType type;
@@ -31,6 +45,7 @@ struct PropertyDecl {
     bool isKey = false;
     std::string refClass;  // the REF target class, for CimType::Reference
     std::vector<Qualifier> qualifiers;
+    std::optional<MofDefault> defaultValue;  // absent when the declaration gives none
 };
 
 // A parameter is IN unless it carries IN(false), or OUT without IN.

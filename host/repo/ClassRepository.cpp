@@ -158,6 +158,22 @@ std::vector<std::string> ClassRepository::keyNames(std::string_view cls) const {
     return keys;
 }
 
+std::vector<ClassRepository::Default> ClassRepository::defaultValues(std::string_view cls) const {
+    std::vector<Default> out;
+    const auto ancestry = chain(cls);
+    for (const PropertyDecl *p : allProperties(cls)) {
+        for (const ClassDecl *c : ancestry) {
+            const auto q = std::find_if(c->properties.begin(), c->properties.end(), [&](const PropertyDecl &q) {
+                return q.defaultValue.has_value() && iequals(q.name, p->name);
+            });
+            if (q == c->properties.end()) continue;
+            if (!q->defaultValue->null) out.push_back({p, &*q});
+            break;
+        }
+    }
+    return out;
+}
+
 std::vector<std::string> ClassRepository::classNames() const {
     std::vector<std::string> names;
     names.reserve(classes_.size());

@@ -46,6 +46,16 @@ public:
     std::vector<std::string> keyNames(std::string_view cls) const;
     std::vector<std::string> classNames() const;  // sorted without regard to case
 
+    // A property's default value and the declaration that gives it.
+    struct Default {
+        const PropertyDecl *property;  // as allProperties() gives it
+        const PropertyDecl *source;    // the declaration whose "= value" applies
+    };
+    // The defaults of a class's properties, in allProperties() order: the
+    // nearest declaration along the chain that gives one, so an override
+    // without "= value" keeps the inherited default and "= NULL" drops it.
+    std::vector<Default> defaultValues(std::string_view cls) const;
+
 private:
     struct Entry {
         ClassDecl decl;

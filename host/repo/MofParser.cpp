@@ -1,6 +1,7 @@
 #include "MofParser.h"
 
 #include "MofLexer.h"
+#include "MofLiteral.h"
 
 #include <charconv>
 
@@ -230,6 +231,47 @@ private:
             scalarValue(false);
     }
 
+    // "= value" of a property, read as its declared type.
+    std::optional<MofDefault> defaultValue(const PropertyDecl &p) {
+        if (!acceptPunct('=')) return std::nullopt;
+        MofDefault d;
+        if (cur_.isWord("null")) {
+            advance();
+            d.null = true;
+            return d;
+        }
+        if (!p.isArray) {
+            d.elements.push_back(typedScalar(p));
+            return d;
+        }
+        expectPunct('{');
+        if (!cur_.isPunct('}')) {
+            do {
+                d.elements.push_back(typedScalar(p));
+            } while (acceptPunct(','));
+        }
+        expectPunct('}');
+        return d;
+    }
+
+    MofScalar typedScalar(const PropertyDecl &p) {
+        if (cur_.isWord("null")) {
+            advance();
+            return std::monostate{};
+        }
+        Token t = cur_;
+        if (t.kind == TokenKind::String)
+            t.text = stringSequence();
+        else
+            advance();
+        const auto v = mof::typedLiteral(p.type, t);
+        if (!v)
+            fail("the default value " + describe(t) + " of " + p.name + " is not a " + cimTypeName(p.type) +
+                     (p.isArray ? " array element" : ""),
+                 t.line);
+        return *v;
+    }
+
     CimType dataType(const std::string &word, int line) {
         const auto type = cimTypeFromName(word);
         if (!type) fail("unknown type '" + word + "'", line);
@@ -298,7 +340,7 @@ private:
         p.name = name;
         p.type = type;
         p.isArray = arraySuffix();
-        skipDefaultValue();
+        p.defaultValue = defaultValue(p);
         expectPunct(';');
         p.isKey = isSet(findQualifier(qualifiers, "Key"));
         p.qualifiers = std::move(qualifiers);

@@ -1,5 +1,6 @@
 // Reader of the MOF subset that real schema files use: class declarations
-// with qualifiers, properties, references and methods; #pragma include and
+// with qualifiers, properties (and their default values, read as the declared
+// type), references and methods; #pragma include and
 // #pragma namespace. Qualifier declarations and "instance of" blocks are
 // parsed and skipped; other pragmas are ignored.
 #pragma once

@@ -103,6 +103,8 @@ ClassCatalog::ClassCatalog(const std::vector<std::string> &mofPaths) {
         PropertyShape &shape = shapes_[decl->name];
         for (const PropertyDecl *p : repo_.allProperties(name))
             shape.add(p->name, cmpiTypeOf(p->type, p->isArray));
+        if (NamedValues values = classDefaults(repo_, name); !values.empty())
+            defaults_.emplace(decl->name, std::move(values));
     }
 }
 
@@ -169,6 +171,7 @@ void ClassCatalog::appendClass(std::string &out, const ClassDecl &cls, const Cla
         for (const PropertyDecl &p : cls.properties) props.push_back(&p);
     else
         props = repo_.allProperties(cls.name);
+    const auto defaults = defaults_.find(cls.name);
     for (const PropertyDecl *p : props) {
         if (!listed(q.propertyList, p->name)) continue;
         std::string origin = q.includeClassOrigin ? originOf(cls.name, p->name, false) : std::string();
@@ -184,6 +187,8 @@ void ClassCatalog::appendClass(std::string &out, const ClassDecl &cls, const Cla
             w.openWith(element, {{"NAME", p->name}, {typeAttr, typeValue}});
         if (q.includeQualifiers)
             for (const Qualifier &qual : p->qualifiers) appendQualifier(w, qual);
+        if (defaults != defaults_.end())
+            if (const Value *v = findNamed(defaults->second, p->name)) w.value(*v);
         w.close(element);
     }
 

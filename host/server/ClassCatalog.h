@@ -1,6 +1,7 @@
 // The classes a server describes to clients (GetClass, EnumerateClasses,
 // EnumerateClassNames), read from the same MOF as the host. A namespace shows
 // the classes compiled into it and the schema classes they derive from.
+// Properties carry their MOF default values.
 #pragma once
 
 #include "ClassRepository.h"
@@ -47,6 +48,8 @@ private:
     cimhost::ClassRepository repo_;
     std::map<std::string, std::set<std::string>> visible_;  // lower-case namespace -> lower-case class names
     std::unordered_map<std::string, PropertyShape, cimhost::NoCaseHash, cimhost::NoCaseEqual> shapes_;
+    // Each class's property defaults, written as the VALUE of its CLASS properties.
+    std::unordered_map<std::string, cimhost::NamedValues, cimhost::NoCaseHash, cimhost::NoCaseEqual> defaults_;
 };
 
 }  // namespace cimserver

@@ -1,6 +1,7 @@
 #include "XmlWriter.h"
 
 #include <charconv>
+#include <cmath>
 
 namespace cimserver {
 
@@ -126,8 +127,10 @@ void XmlWriter::scalarText(const Value &v) {
             appendEscaped(out_, s);
             break;
         }
-        case CMPI_real32: appendNumber(out_, static_cast<float>(v.asReal())); break;
-        case CMPI_real64: appendNumber(out_, v.asReal()); break;
+        case CMPI_real32:
+        case CMPI_real64:
+            if (std::isfinite(v.asReal())) out_ += cimhost::realText(v.type(), v.asReal());
+            break;
         case CMPI_dateTime: out_ += v.asDateTime().toCim(); break;
         case CMPI_string:
         case CMPI_chars: appendEscaped(out_, v.asString()); break;
@@ -162,12 +165,21 @@ void XmlWriter::reference(const ObjectPathV &path) {
     close("VALUE.REFERENCE");
 }
 
+namespace {
+
+// CIM-XML has no text for NaN and the infinities: such a real goes out as NULL.
+bool writtenAsNull(const Value &v) {
+    return v.isNull() || ((v.type() == CMPI_real32 || v.type() == CMPI_real64) && !std::isfinite(v.asReal()));
+}
+
+}  // namespace
+
 void XmlWriter::value(const Value &v) {
-    if (v.isNull()) return;
+    if (writtenAsNull(v)) return;
     if (v.isArray()) {
         open("VALUE.ARRAY");
         for (const Value &e : v.asArray()) {
-            if (e.isNull()) {
+            if (writtenAsNull(e)) {
                 out_ += "<VALUE.NULL/>";
             } else if (e.type() == CMPI_ref) {
                 reference(e.asRef());
@@ -213,7 +225,7 @@ void XmlWriter::instanceName(const ObjectPathV &path) {
                                    ? "numeric"
                                    : "string";
             openWith("KEYVALUE", {{"VALUETYPE", kind}});
-            if (!v.isNull()) scalarText(v);
+            if (!writtenAsNull(v)) scalarText(v);
             close("KEYVALUE");
         }
         close("KEYBINDING");

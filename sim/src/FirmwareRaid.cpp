@@ -69,12 +69,16 @@ Outcome create(Context &ctx) {
     return reply(result::Ok, true);
 }
 
-// 0x52: [6] set, [7] n, from [11] n pairs (enclosure - 1, disk - 1).
+// 0x52, always 1024 bytes long: [6] set, [7] n, from [11] n pairs
+// (enclosure - 1, disk - 1).
+constexpr uint16_t kExpandLength = 1024;
+
 Outcome expand(Context &ctx, RaidSet &rs, unsigned no) {
     const Request &r = ctx.req;
     Model &m = ctx.model;
     const unsigned n = r.at(7);
-    if (n == 0 || rs.members.size() + n > kMaxMembers || r.len < 6 + 2 * n) return reply(result::BadParameter);
+    if (r.len != kExpandLength || n == 0 || rs.members.size() + n > kMaxMembers)
+        return reply(result::BadParameter);
     if (!raidSetNormal(m, rs)) return reply(result::RaidSetNotNormal);
     std::vector<Member> members;
     for (unsigned i = 0; i < n; ++i) members.push_back(Member{r.at(11 + 2 * i), r.at(12 + 2 * i)});

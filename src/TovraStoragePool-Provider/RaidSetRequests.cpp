@@ -13,9 +13,10 @@ namespace {
 
 constexpr uint8_t kBlank = 0x20;
 constexpr std::size_t kNameWidth = 16;
-// Pairs of an expand request start at [11]; its checksum sits at [1029].
+// Pairs of an expand request start at [11]; its checksum sits at [1029]; the
+// count byte [7] bounds them before the frame does.
 constexpr std::size_t kExpandPairsAt = 11;
-constexpr std::size_t kExpandMaxPairs = (1029 - kExpandPairsAt) / 2;
+static_assert(kExpandPairsAt + 2 * kMaxExpandMembers <= 1029);
 
 const tovra::CommandPlan kRaidSetCommand{ParseRAIDSetCommandCode};
 
@@ -81,10 +82,14 @@ bool SendDeleteRAIDs(CMPIStatus *rc, int fd, CMD_MESSAGE_FIELD *m, uint8_t raid_
 
 bool SendExpandRAIDs(CMPIStatus *rc, int fd, CMD_MESSAGE_FIELD *m, uint8_t raid_no, std::size_t memberdisks,
                      const std::vector<uint8_t> &diskArray, const std::vector<uint8_t> &encArray) {
+    if (memberdisks > kMaxExpandMembers) {
+        *rc = tovra::failedStatus();
+        return false;
+    }
     std::array<uint8_t, 1023> params{};
     params[0] = static_cast<uint8_t>(raid_no - 1);
     params[1] = static_cast<uint8_t>(memberdisks);
-    const std::size_t pairs = std::min({memberdisks, diskArray.size(), kExpandMaxPairs});
+    const std::size_t pairs = std::min(memberdisks, diskArray.size());
     for (std::size_t i = 0; i < pairs; ++i) {
         const uint8_t enc = i < encArray.size() ? encArray[i] : 0;
         params[kExpandPairsAt - 6 + 2 * i] = static_cast<uint8_t>(enc - 1);

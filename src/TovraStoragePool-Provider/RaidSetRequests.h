@@ -6,15 +6,20 @@
 
 #include <cmpidt.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
 
 #include "Wire.h"
 
+// An expand request states its number of new members in one byte.
+inline constexpr std::size_t kMaxExpandMembers = 255;
+
 bool SendCreateRAIDs(CMPIStatus *rc, int fd, CMD_MESSAGE_FIELD *pcmdmessagefld, uint8_t disk_num,
                      const std::string &name, uint8_t enc, const std::vector<uint8_t> &disk, uint8_t mode);
 bool SendDeleteRAIDs(CMPIStatus *rc, int fd, CMD_MESSAGE_FIELD *pcmdmessagefld, uint8_t raid_no);
+// More than kMaxExpandMembers members: nothing is sent, status 1, false.
 bool SendExpandRAIDs(CMPIStatus *rc, int fd, CMD_MESSAGE_FIELD *pcmdmessagefld, uint8_t raid_no,
                      std::size_t memberdisks, const std::vector<uint8_t> &diskArray,
                      const std::vector<uint8_t> &encArray);

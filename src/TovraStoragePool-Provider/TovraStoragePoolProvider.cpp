@@ -111,6 +111,9 @@ CMPIStatus expandRaidSet(const CMPIContext *ctx, const CMPIResult *rslt, const A
         args.bytes("DiskArray", "Argument DiskArray not present in CreateRAIDSet Method Command.");
     std::vector<uint8_t> encls = args.bytes("Encls", "Argument Encls not present in CreateRAIDSet Method Command.",
                                             nullptr, cachedRaidSets());
+    // The request states the number of new members in one byte.
+    if (disks.size() > kMaxExpandMembers || encls.size() > kMaxExpandMembers)
+        failMethod("Argument DiskArray or Encls has more than 255 elements in ExpandRAIDSet Method Command.");
     if (static_cast<uint8_t>(disks.size()) != static_cast<uint8_t>(encls.size()))
         failMethod("the element of DiskArray and Encls incorret");
     return poolMethod(ctx, rslt, "ExpandRAIDSet: File Open Failed.", [&](const CMPIBroker *b, int fd) {

@@ -1,4 +1,5 @@
 // tovra-cim run as a process against the test provider library.
+#include "ClassRepository.h"
 #include "Format.h"
 #include "HostFixture.h"
 #include "TypedArgs.h"
@@ -6,6 +7,7 @@
 #include <sys/wait.h>
 
 #include <cstdio>
+#include <limits>
 
 namespace {
 
@@ -42,6 +44,11 @@ TEST(Cli, ListsClassesAndRunsOperations) {
                      "--arg Label=hi --arg Items=a,b");
     EXPECT_EQ(invoke.status, 0) << invoke.out;
     EXPECT_EQ(invoke.out, "ReturnValue = Slot=3 Label=hi Items=2\nEcho = hi\nStatus = 0 (0x0)\n");
+    // A declared string parameter keeps digits as written.
+    CliRun digits = cli("--permission alice=5 invoke test/cimv2 Test_Widget Describe Name=alpha --arg Slot=0x1F "
+                        "--arg Label=0042 --arg Items=[\\\"1\\\",2]");
+    EXPECT_EQ(digits.status, 0) << digits.out;
+    EXPECT_EQ(digits.out, "ReturnValue = Slot=31 Label=0042 Items=2\nEcho = 0042\nStatus = 0 (0x0)\n");
 }
 
 // Method arguments take the type their text shows; the host then converts
@@ -69,6 +76,87 @@ TEST(Cli, MethodArgumentsAreTypedAsWritten) {
         EXPECT_EQ(cimhost::cli::typedArgument(c.text), c.expected);
     }
     EXPECT_THROW(cimhost::cli::typedArguments({"=3"}), std::invalid_argument);
+}
+
+// The CLI's text and JSON show a real in the shortest form that reads back to
+// the same value of its own width; JSON, which has no NaN or infinity, null.
+// A parameter the method declares reads its text as the declared type; the
+// explicit forms stay for the parameters it does not declare.
+TEST(Cli, DeclaredParametersTakeTheirTypeFromTheMof) {
+    using cimhost::Value;
+    cimhost::ClassRepository mof;
+    mof.loadFile(TEST_MOF);
+    const cimhost::MethodDecl *describe = mof.findMethod("Test_Widget", "Describe");
+    ASSERT_NE(describe, nullptr);
+    const auto strings = [](std::vector<std::string> items) {
+        Value::Array out;
+        for (std::string &s : items) out.push_back(Value::string(std::move(s)));
+        return Value::array(CMPI_string, std::move(out));
+    };
+    struct Case {
+        const char *item;
+        Value expected;
+    };
+    const Case cases[] = {
+        {"Label=0000", Value::string("0000")},
+        {"label=7", Value::string("7")},  // names compare without regard to case
+        {"Label=\"quoted\"", Value::string("quoted")},
+        {"Label=[4,5]", Value::string("[4,5]")},
+        {"Label=null", Value::null(CMPI_string)},
+        {"Slot=0x1F", Value::u8(31)},
+        {"Slot=007", Value::u8(7)},
+        {"Slot=300", Value::u64(300)},  // not a uint8: as written, for the host to refuse
+        {"Slot=abc", Value::string("abc")},
+        {"Count=4000000000", Value::u32(4000000000u)},
+        {"Verbose=true", Value::boolean(true)},
+        {"Items=[a, b]", strings({"a", "b"})},
+        {"Items=a,b", strings({"a", "b"})},
+        {"Items={\"0001\", \"x,y\"}", strings({"0001", "x,y"})},
+        {"Items=[]", strings({})},
+        {"Items=null", Value::null(CMPI_stringA)},
+        {"Echo=0000", Value::u64(0)},   // an output parameter: typed as written
+        {"Other=0000", Value::u64(0)},  // undeclared
+        {"Other=\"0000\"", Value::string("0000")},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.item);
+        const cimhost::NamedValues args = cimhost::cli::typedArguments({c.item}, describe);
+        ASSERT_EQ(args.size(), 1u);
+        EXPECT_EQ(args[0].second, c.expected) << args[0].second.toText() << " " << cimhost::typeName(args[0].second.type());
+    }
+}
+
+TEST(Cli, RealsPrintInTheirShortestForm) {
+    using cimhost::Value;
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const double inf = std::numeric_limits<double>::infinity();
+    struct Case {
+        Value value;
+        const char *text;
+        const char *json;
+    };
+    const Case cases[] = {
+        {Value::real32(3.31f), "3.31", "3.31"},
+        {Value::real64(3.31), "3.31", "3.31"},
+        {Value::real32(0.0f), "0", "0.0"},
+        {Value::real32(-12.5f), "-12.5", "-12.5"},
+        {Value::real32(1e-45f), "1e-45", "1e-45"},
+        {Value::real32(3.4028235e38f), "3.4028235e+38", "3.4028235e+38"},
+        {Value::real64(1.7976931348623157e308), "1.7976931348623157e+308", "1.7976931348623157e+308"},
+        {Value::real64(-2.5e-300), "-2.5e-300", "-2.5e-300"},
+        {Value::real32(static_cast<float>(nan)), "nan", "null"},
+        {Value::real64(-inf), "-inf", "null"},
+        {Value::array(CMPI_real32, {Value::real32(0.1f), Value::real32(2.2f)}), "{0.1, 2.2}", "[0.1,2.2]"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.text);
+        EXPECT_EQ(c.value.toText(), c.text);
+        EXPECT_EQ(cimhost::cli::toJson(c.value).dump(), c.json);
+    }
+    // In a reply as the CLI prints it.
+    cimhost::Reply reply;
+    reply.returnValue = Value::real32(3.31f);
+    EXPECT_EQ(cimhost::cli::toText(reply), "ReturnValue = 3.31\n");
 }
 
 TEST(Cli, PrintsJsonAndFailsWithTheStatus) {

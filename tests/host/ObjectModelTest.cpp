@@ -189,6 +189,68 @@ TEST_F(ObjectModel, IntegerKeysWidenWhenSwitchedOn) {
     });
 }
 
+// An instance made from a class path starts with the class's MOF defaults
+// (inherited ones, overridden ones as the subclass says) under the path's keys.
+TEST_F(ObjectModel, InstancesStartWithTheClassDefaults) {
+    using cimhost::Value;
+    struct Row {
+        const char *cls;
+        const char *property;
+        Value expected;  // an untyped NULL: the property is not there
+    };
+    const auto when = cimhost::DateTimeV::fromCim("20240131123456.789012+060");
+    ASSERT_TRUE(when);
+    const Value codes = Value::array(CMPI_uint8, {Value::u8(1), Value::u8(2), Value::u8(3)});
+    const std::vector<Row> rows = {
+        {"Test_Defaults", "State", Value::u16(5)},
+        {"Test_Defaults", "Flag", Value::boolean(true)},
+        {"Test_Defaults", "Label", Value::string("none")},
+        {"Test_Defaults", "Offset", Value::s32(-7)},
+        {"Test_Defaults", "Ratio", Value::real32(3.31f)},
+        {"Test_Defaults", "Letter", Value::char16('Q')},
+        {"Test_Defaults", "Since", Value::dateTime(*when)},
+        {"Test_Defaults", "Codes", codes},
+        {"Test_Defaults", "Notes", Value()},
+        {"Test_Defaults", "Caption", Value()},
+        {"Test_Defaults", "Name", Value::string("k")},  // the key, not a default
+        {"Test_DefaultsDerived", "State", Value::u16(9)},
+        {"Test_DefaultsDerived", "Label", Value()},  // "= NULL" drops the inherited default
+        {"Test_DefaultsDerived", "Codes", codes},     // an override without "= value" keeps it
+        {"Test_DefaultsDerived", "Notes", Value::string("derived")},
+        {"Test_DefaultsDerived", "Flag", Value::boolean(true)},
+        {"Test_Widget", "Size", Value()},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(std::string(row.cls) + "." + row.property);
+        std::optional<cimhost::InstanceV> made;
+        inRequest(host, [&](const CMPIBroker *mb, const CMPIContext *) {
+            CMPIObjectPath *op = CMNewObjectPath(mb, kNs, row.cls, nullptr);
+            CMAddKey(op, "Name", "k", CMPI_chars);
+            CMPIInstance *inst = CMNewInstance(mb, op, nullptr);
+            ASSERT_NE(inst, nullptr);
+            made = cimhost::rt::Runtime::resolve<cimhost::rt::InstanceObj>(inst, nullptr)->snapshot();
+        });
+        ASSERT_TRUE(made);
+        const Value *v = made->property(row.property);
+        if (row.expected.type() == CMPI_null) {
+            EXPECT_EQ(v, nullptr) << v->toText();
+            continue;
+        }
+        ASSERT_NE(v, nullptr);
+        EXPECT_EQ(*v, row.expected) << v->toText() << " " << cimhost::typeName(v->type());
+    }
+    // A provider's value replaces the default; a provider's NULL is kept.
+    inRequest(host, [](const CMPIBroker *mb, const CMPIContext *) {
+        CMPIInstance *inst = CMNewInstance(mb, CMNewObjectPath(mb, kNs, "Test_Defaults", nullptr), nullptr);
+        CMPIUint16 state = 2;
+        CMSetProperty(inst, "State", &state, CMPI_uint16);
+        CMSetProperty(inst, "Label", static_cast<const char *>(nullptr), CMPI_chars);
+        EXPECT_EQ(CMGetProperty(inst, "State", nullptr).value.uint16, 2);
+        EXPECT_TRUE(CMGetProperty(inst, "Label", nullptr).state & CMPI_nullValue);
+        EXPECT_EQ(CMGetProperty(inst, "Offset", nullptr).value.sint32, -7);
+    });
+}
+
 TEST_F(ObjectModel, ValuesAreCopiedOnSet) {
     inRequest(host, [](const CMPIBroker *mb, const CMPIContext *) {
         CMPIObjectPath *target = CMNewObjectPath(mb, kNs, "Test_Widget", nullptr);

@@ -2,11 +2,14 @@
 // standard classes our host reads (mof/cim) have the DMTF class chain, keys
 // and property types; the supplement carries exactly the standard classes the
 // final schema lacks; and no Tovra_ class redeclares a standard property with
-// another type.
+// another type. Default values match the schema's, which a stock CIMOM puts
+// into every instance a provider makes from the class.
+#include "DefaultText.h"
 #include "ProjectRepository.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <map>
 #include <set>
@@ -20,6 +23,7 @@ struct FactClass {
     std::string superclass;
     std::map<std::string, std::string> types;  // property -> "uint16[]", "ref CIM_X"
     std::set<std::string> keys;
+    std::map<std::string, std::string> defaults;  // property -> MOF text of its "= value"
 };
 
 std::map<std::string, FactClass> loadFacts() {
@@ -49,6 +53,8 @@ std::map<std::string, FactClass> loadFacts() {
         words >> name;
         current->types[name] = type;
         if (key) current->keys.insert(name);
+        std::string equals, value;
+        if (words >> equals >> value && equals == "=") current->defaults[name] = value;
     }
     return facts;
 }
@@ -92,6 +98,8 @@ bool isStandard(const std::string &cls) { return cls.rfind("CIM_", 0) == 0; }
 
 TEST(DmtfFacts, FactsAreRead) {
     ASSERT_GE(facts().size(), 40u);
+    EXPECT_EQ(facts().at("CIM_Log").defaults, (std::map<std::string, std::string>{{"OverwritePolicy", "0"},
+                                                                                   {"LogState", "4"}}));
     EXPECT_EQ(facts().at("CIM_Slot").types.at("Number"), "uint16");
     EXPECT_EQ(factKeys("CIM_Battery"),
               (std::set<std::string>{"SystemCreationClassName", "SystemName", "CreationClassName", "DeviceID"}));
@@ -115,6 +123,13 @@ TEST(DmtfFacts, StandardClassesHaveTheDmtfChainKeysAndTypes) {
                 continue;
             }
             EXPECT_EQ(typeText(p), declared->second) << p.name;
+            const auto value = fact->second.defaults.find(p.name);
+            EXPECT_EQ(defaultText(p), value == fact->second.defaults.end() ? "" : value->second) << p.name;
+        }
+        for (const auto &[name, value] : fact->second.defaults) {
+            const bool declared = std::any_of(decl->properties.begin(), decl->properties.end(),
+                                              [&](const PropertyDecl &p) { return p.name == name; });
+            EXPECT_TRUE(declared) << name << " = " << value << " is a default of " << cls << " in the DMTF schema";
         }
     }
 }

@@ -1,9 +1,12 @@
 // The MOF reader and the repository's lookups on small hand-written inputs.
 #include "ClassRepository.h"
+#include "DefaultText.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <map>
 #include <fstream>
 #include <unistd.h>
 
@@ -92,7 +95,7 @@ TEST(MofReader, QualifierListsOnClassesAndReferences) {
     EXPECT_NO_THROW(r.validate());
 }
 
-TEST(MofReader, PropertyTypesArraysAndIgnoredDefaults) {
+TEST(MofReader, PropertyTypesArraysAndDefaults) {
     ClassRepository r;
     r.loadText(R"(
         class T_P {
@@ -112,23 +115,96 @@ TEST(MofReader, PropertyTypesArraysAndIgnoredDefaults) {
             datetime When = "20240101000000.000000+000";
             string Names[] = {"a", "b\"c"};
         };)");
-    const std::vector<std::tuple<const char *, CimType, bool>> expected = {
-        {"Flag", CimType::Boolean, false}, {"S", CimType::String, false},    {"C", CimType::Char16, false},
-        {"U8", CimType::Uint8, false},     {"S8", CimType::Sint8, false},    {"List", CimType::Uint16, true},
-        {"S16", CimType::Sint16, false},   {"Fixed", CimType::Uint32, true}, {"S32", CimType::Sint32, false},
-        {"U64", CimType::Uint64, false},   {"S64", CimType::Sint64, false},  {"R32", CimType::Real32, false},
-        {"R64", CimType::Real64, false},   {"When", CimType::DateTime, false}, {"Names", CimType::String, true},
+    const std::vector<std::tuple<const char *, CimType, bool, const char *>> expected = {
+        {"Flag", CimType::Boolean, false, "true"},
+        {"S", CimType::String, false, "\"xy\""},
+        {"C", CimType::Char16, false, "65"},
+        {"U8", CimType::Uint8, false, "5"},
+        {"S8", CimType::Sint8, false, "-5"},
+        {"List", CimType::Uint16, true, "{1,2,16}"},
+        {"S16", CimType::Sint16, false, "3"},
+        {"Fixed", CimType::Uint32, true, ""},
+        {"S32", CimType::Sint32, false, "5"},
+        {"U64", CimType::Uint64, false, "null"},
+        {"S64", CimType::Sint64, false, "0"},
+        {"R32", CimType::Real32, false, "1.5"},
+        {"R64", CimType::Real64, false, "-0.0015"},
+        {"When", CimType::DateTime, false, "\"20240101000000.000000+000\""},
+        {"Names", CimType::String, true, "{\"a\",\"b\\\"c\"}"},
     };
     const auto all = r.allProperties("t_p");
     ASSERT_EQ(all.size(), expected.size());
     for (std::size_t i = 0; i < all.size(); ++i) {
-        const auto &[name, type, isArray] = expected[i];
+        const auto &[name, type, isArray, value] = expected[i];
         EXPECT_EQ(all[i]->name, name);
         EXPECT_EQ(all[i]->type, type) << name;
         EXPECT_EQ(all[i]->isArray, isArray) << name;
+        EXPECT_EQ(defaultText(*all[i]), value) << name;
         EXPECT_EQ(cimTypeFromName(cimTypeName(type)), type);
     }
     EXPECT_STREQ(cimTypeName(CimType::DateTime), "datetime");
+}
+
+// A default value is read as the property's declared type: in range, of the
+// right kind of literal, an array only for an array property.
+TEST(MofReader, DefaultsAreReadAsTheDeclaredType) {
+    struct Case {
+        const char *declaration;  // of property P
+        const char *value;        // defaultText(), or nullptr when the load fails
+        const char *error = "";
+    };
+    const std::vector<Case> cases = {
+        {"uint8 P = 255;", "255"},
+        {"uint8 P = 0xFF;", "255"},
+        {"uint8 P = 017;", "15"},
+        {"uint8 P = 110b;", "6"},
+        {"uint8 P = -0;", "0"},
+        {"uint64 P = 18446744073709551615;", "18446744073709551615"},
+        {"sint8 P = -128;", "-128"},
+        {"sint8 P = -0x80;", "-128"},
+        {"sint64 P = -9223372036854775808;", "-9223372036854775808"},
+        {"real32 P = 3.31;", "3.309999942779541"},  // rounded to float
+        {"real64 P = 3.31;", "3.31"},
+        {"real64 P = 7;", "7"},
+        {"char16 P = 'Z';", "90"},
+        {"char16 P = '\\x263A';", "9786"},
+        {"boolean P = False;", "false"},
+        {"string P = \"a\" \"b\";", "\"ab\""},
+        {"string P = NULL;", "null"},
+        {"uint16 P[] = {};", "{}"},
+        {"uint16 P[] = {1, NULL};", "{1,null}"},
+        {"datetime P = \"00000001020304.000005:000\";", "\"00000001020304.000005:000\""},
+        {"uint8 P = 256;", nullptr, "the default value '256' of P is not a uint8"},
+        {"sint8 P = -129;", nullptr, "is not a sint8"},
+        {"sint8 P = 128;", nullptr, "is not a sint8"},
+        {"uint16 P = -1;", nullptr, "is not a uint16"},
+        {"uint32 P = 1.5;", nullptr, "is not a uint32"},
+        {"uint32 P = 12ab;", nullptr, "is not a uint32"},
+        {"real32 P = 1e39;", nullptr, "is not a real32"},
+        {"real64 P = \"1.5\";", nullptr, "is not a real64"},
+        {"boolean P = 1;", nullptr, "is not a boolean"},
+        {"string P = 5;", nullptr, "is not a string"},
+        {"char16 P = \"Z\";", nullptr, "is not a char16"},
+        {"datetime P = \"2024\";", nullptr, "is not a datetime"},
+        {"uint8 P[] = {1, \"a\"};", nullptr, "is not a uint8 array element"},
+        {"uint8 P = {1};", nullptr, "the default value '{' of P is not a uint8"},
+        {"uint8 P[] = 1;", nullptr, "expected '{'"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.declaration);
+        ClassRepository r;
+        const std::string text = std::string("class T_D {\n  ") + c.declaration + "\n};";
+        if (c.value == nullptr) {
+            const MofError e = loadError(r, text);
+            EXPECT_EQ(e.line(), 2);
+            EXPECT_NE(std::string(e.what()).find(c.error), std::string::npos) << e.what();
+            continue;
+        }
+        r.loadText(text, "t.mof");
+        const PropertyDecl *p = r.findProperty("T_D", "P");
+        ASSERT_NE(p, nullptr);
+        EXPECT_EQ(defaultText(*p), c.value);
+    }
 }
 
 TEST(MofReader, MethodsAndParameterDirections) {
@@ -306,6 +382,58 @@ TEST(ClassRepository, InheritanceLookups) {
     EXPECT_EQ(r.keyNames("T_Leaf"), (std::vector<std::string>{"Id", "Second"}));
     EXPECT_TRUE(r.keyNames("T_Unknown").empty());
     EXPECT_EQ(r.classNames(), (std::vector<std::string>{"T_Base", "T_Leaf", "T_Mid"}));
+}
+
+// A class's defaults come from the nearest declaration that gives one: an
+// override without "= value" keeps the inherited default, "= NULL" drops it.
+TEST(ClassRepository, DefaultsFollowTheNearestDeclaration) {
+    ClassRepository r;
+    r.loadText(R"(
+        class T_Base {
+            uint16 State = 5;
+            uint16 Kept = 2;
+            uint16 Dropped = 3;
+            string None;
+        };
+        class T_Leaf : T_Base {
+            uint16 State = 7;
+            uint16 Kept;
+            uint16 Dropped = NULL;
+            string None = "set here";
+            boolean Own = true;
+        };)");
+    struct Row {
+        const char *cls;
+        const char *property;
+        const char *source;  // the class whose declaration gives the default
+        const char *value;
+    };
+    const std::vector<Row> rows = {
+        {"T_Base", "State", "T_Base", "5"},       {"T_Base", "Kept", "T_Base", "2"},
+        {"T_Base", "Dropped", "T_Base", "3"},     {"T_Leaf", "State", "T_Leaf", "7"},
+        {"T_Leaf", "Kept", "T_Base", "2"},        {"T_Leaf", "None", "T_Leaf", "\"set here\""},
+        {"T_Leaf", "Own", "T_Leaf", "true"},
+    };
+    std::map<std::string, std::vector<std::string>> seen;
+    for (const char *cls : {"T_Base", "T_Leaf"})
+        for (const auto &d : r.defaultValues(cls)) {
+            seen[cls].push_back(d.property->name);
+            EXPECT_EQ(d.property, r.findProperty(cls, d.property->name));
+        }
+    for (const Row &row : rows) {
+        SCOPED_TRACE(std::string(row.cls) + "." + row.property);
+        const auto defaults = r.defaultValues(row.cls);
+        const auto d = std::find_if(defaults.begin(), defaults.end(),
+                                    [&](const auto &x) { return x.property->name == row.property; });
+        ASSERT_NE(d, defaults.end());
+        EXPECT_EQ(d->source, &*std::find_if(r.find(row.source)->properties.begin(),
+                                            r.find(row.source)->properties.end(),
+                                            [&](const PropertyDecl &p) { return p.name == row.property; }));
+        EXPECT_EQ(defaultText(*d->source), row.value);
+    }
+    // In allProperties() order; none for Dropped in the leaf, nor for None in the base.
+    EXPECT_EQ(seen["T_Base"], (std::vector<std::string>{"State", "Kept", "Dropped"}));
+    EXPECT_EQ(seen["T_Leaf"], (std::vector<std::string>{"State", "Kept", "None", "Own"}));
 }
 
 TEST(ClassRepository, ValidateFindsDanglingAndMisplacedReferences) {

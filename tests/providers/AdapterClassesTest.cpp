@@ -135,6 +135,55 @@ TEST_F(Adapter, GetInstanceByTheKeyOfEachClass) {
     }
 }
 
+// ---- class defaults ------------------------------------------------------
+
+// What a client sees of a property no provider sets: the class's MOF default,
+// which the broker puts into every instance made from a class path (a value
+// the provider sets wins; a property without a default stays absent).
+TEST_F(Adapter, UnsetPropertiesShowTheClassDefaults) {
+    struct Row {
+        const char *cls, *property;
+        const char *expected;  // nullptr: absent
+    };
+    const std::vector<Row> rows = {
+        {"Tovra_RAIDControllerSystem", "EnabledState", "5"},
+        {"Tovra_RAIDControllerSystem", "RequestedState", "12"},
+        {"Tovra_RAIDControllerSystem", "EnabledDefault", "2"},
+        {"Tovra_RAIDControllerSystem", "TransitioningToState", "12"},
+        {"Tovra_RAIDControllerSystem", "OtherEnabledState", nullptr},
+        {"Tovra_StoragePool", "Primordial", "false"},
+        {"Tovra_StorageVolume", "Primordial", "false"},
+        {"Tovra_StorageVolume", "EnabledState", "5"},
+        {"Tovra_DiskDrive", "RequestedState", "12"},
+        {"Tovra_DiskExtent", "Primordial", "false"},
+        {"Tovra_EventLog", "LogState", "4"},
+        {"Tovra_EventLog", "OverwritePolicy", "0"},
+        {"Tovra_EventLog", "EnabledDefault", "2"},
+        {"Tovra_Chassis", "RemovalConditions", "2"},
+        {"Tovra_PhysicalPackage", "RemovalConditions", "2"},
+        {"Tovra_SoftwareIdentity", "IsLargeBuildNumber", "false"},
+        {"Tovra_SoftwareIdentity", "IsEntity", "true"},  // set by the provider
+        {"Tovra_PortController", "EnabledState", "5"},
+        {"Tovra_Battery", "TransitioningToState", "12"},
+        {"Tovra_SASSATAPort", "EnabledDefault", "2"},
+    };
+    auto shown = [](const Val &v) { return v.kind == Val::Kind::Number ? std::to_string(v.number) : v.text; };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(std::string(row.cls) + "." + row.property);
+        const std::vector<Obj> objs = all(row.cls);
+        ASSERT_FALSE(objs.empty());
+        for (const Obj &o : objs) {
+            const Val *v = o.prop(row.property);
+            if (row.expected == nullptr) {
+                EXPECT_EQ(v, nullptr) << o.path;
+                continue;
+            }
+            ASSERT_NE(v, nullptr) << o.path;
+            EXPECT_EQ(shown(*v), row.expected) << o.path;
+        }
+    }
+}
+
 TEST_F(Adapter, SoftwareIdentityGetAsksTheAdapterFirst) {
     ASSERT_EQ(all("Tovra_SoftwareIdentity").size(), 15u);
     // Without driver and firmware answers, an identity exists only when it

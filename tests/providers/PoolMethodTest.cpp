@@ -22,6 +22,7 @@ struct NamedArgCase {
 // Every case fails before the device is opened: nothing reaches the firmware.
 TEST_F(PoolMethods, ArgumentChecksRunInOrderWithTheirMessages) {
     const CMPIrc count = static_cast<CMPIrc>(49);
+    const char *kTooManyMembers = "Argument DiskArray or Encls has more than 255 elements in ExpandRAIDSet Method Command.";
     const NamedArgCase cases[] = {
         {"create count", "CreateRAIDSet", {{"MemberDisks", In::u32(1)}},
          {count, "CreateRAIDSet: incorrect args number were received."}},
@@ -54,6 +55,17 @@ TEST_F(PoolMethods, ArgumentChecksRunInOrderWithTheirMessages) {
         {"expand names create", "ExpandRAIDSet",
          {{"RAIDNo", In::u32(1)}, {"DiskArray", In::u32s({4})}, {"Enc", In::u32(2)}},
          {CMPI_RC_ERR_FAILED, "Argument Encls not present in CreateRAIDSet Method Command."}},
+        // The count byte of the request cannot state more than 255 new members; equal
+        // lengths taken as bytes would otherwise let these through.
+        {"expand 256 disks, no enclosures", "ExpandRAIDSet",
+         {{"RAIDNo", In::u32(1)}, {"DiskArray", In::u32s(std::vector<uint64_t>(256, 4))}, {"Encls", In::u32s({})}},
+         {CMPI_RC_ERR_FAILED, kTooManyMembers}},
+        {"expand 258 disks, 2 enclosures", "ExpandRAIDSet",
+         {{"RAIDNo", In::u32(1)}, {"DiskArray", In::u32s(std::vector<uint64_t>(258, 4))}, {"Encls", In::u32s({2, 2})}},
+         {CMPI_RC_ERR_FAILED, kTooManyMembers}},
+        {"expand no disks, 256 enclosures", "ExpandRAIDSet",
+         {{"RAIDNo", In::u32(1)}, {"DiskArray", In::u32s({})}, {"Encls", In::u32s(std::vector<uint64_t>(256, 2))}},
+         {CMPI_RC_ERR_FAILED, kTooManyMembers}},
         {"expand 0", "ExpandRAIDSet",
          {{"RAIDNo", In::u32(0)}, {"DiskArray", In::u32s({4})}, {"Encls", In::u32s({2})}},
          {CMPI_RC_ERR_FAILED, "Argument RAIDNo is inCorrect"}},

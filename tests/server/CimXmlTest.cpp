@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 using namespace cimserver;
 
 namespace {
@@ -146,6 +148,54 @@ TEST(CimXmlWrite, ValuesAndKeys) {
         XmlWriter(out).value(c.value);
         EXPECT_EQ(out, c.xml) << c.value.toText();
     }
+}
+
+// Reals in the shortest text that reads back to the same value of their own
+// width; NaN and the infinities, which CIM-XML cannot write, as NULL.
+TEST(CimXmlWrite, RealsInTheirShortestForm) {
+    using cimhost::Value;
+    const float inf = std::numeric_limits<float>::infinity();
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    struct Case {
+        Value value;
+        const char *xml;
+    };
+    const std::vector<Case> cases = {
+        {Value::real32(3.31f), "<VALUE>3.31</VALUE>\n"},
+        {Value::real64(3.31), "<VALUE>3.31</VALUE>\n"},
+        {Value::real64(static_cast<double>(3.31f)), "<VALUE>3.309999942779541</VALUE>\n"},
+        {Value::real32(0.0f), "<VALUE>0</VALUE>\n"},
+        {Value::real64(-0.0), "<VALUE>-0</VALUE>\n"},
+        {Value::real32(-12.5f), "<VALUE>-12.5</VALUE>\n"},
+        {Value::real32(0.1f), "<VALUE>0.1</VALUE>\n"},
+        {Value::real64(0.1), "<VALUE>0.1</VALUE>\n"},
+        {Value::real32(std::numeric_limits<float>::max()), "<VALUE>3.4028235e+38</VALUE>\n"},
+        {Value::real32(std::numeric_limits<float>::denorm_min()), "<VALUE>1e-45</VALUE>\n"},
+        {Value::real64(std::numeric_limits<double>::max()), "<VALUE>1.7976931348623157e+308</VALUE>\n"},
+        {Value::real64(std::numeric_limits<double>::denorm_min()), "<VALUE>5e-324</VALUE>\n"},
+        {Value::real64(6.02214076e23), "<VALUE>6.02214076e+23</VALUE>\n"},
+        {Value::real64(-1.5e-10), "<VALUE>-1.5e-10</VALUE>\n"},
+        {Value::real64(123456789012.0), "<VALUE>123456789012</VALUE>\n"},
+        {Value::real32(nan), ""},
+        {Value::real64(-nan), ""},
+        {Value::real32(inf), ""},
+        {Value::real64(-static_cast<double>(inf)), ""},
+        {Value::array(CMPI_real32, {Value::real32(2.2f), Value::real32(inf), Value::real32(-0.75f)}),
+         "<VALUE.ARRAY><VALUE>2.2</VALUE>\n<VALUE.NULL/><VALUE>-0.75</VALUE>\n</VALUE.ARRAY>\n"},
+    };
+    for (const Case &c : cases) {
+        std::string out;
+        XmlWriter(out).value(c.value);
+        EXPECT_EQ(out, c.xml) << c.value.toText();
+    }
+    // A NaN property is a NULL property of its type; a NaN key has no text.
+    std::string out;
+    XmlWriter w(out);
+    w.property("R", Value::real32(nan), CMPI_null);
+    w.instanceName(cimhost::ObjectPathV{"", "C", "", {{"K", Value::real64(nan)}}});
+    EXPECT_EQ(out, "<PROPERTY NAME=\"R\" TYPE=\"real32\"></PROPERTY>\n"
+                   "<INSTANCENAME CLASSNAME=\"C\"><KEYBINDING NAME=\"K\"><KEYVALUE VALUETYPE=\"numeric\"></KEYVALUE>\n"
+                   "</KEYBINDING>\n</INSTANCENAME>\n");
 }
 
 TEST(UsersFile, AcceptsHashesOnly) {

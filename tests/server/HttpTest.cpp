@@ -138,6 +138,10 @@ std::vector<Case> cimErrorCases() {
          R"(<ERROR CODE="4")"},
         {"typed method parameters", cimPost(methodBody("TimeCalibration", ""), {kPoolObject}),
          R"(<RETURNVALUE PARAMTYPE="string"><VALUE>OK</VALUE>)"},
+        {"class property with its default", cimPost(intrinsicBody("GetClass", R"(<IPARAMVALUE NAME="ClassName"><CLASSNAME NAME="CIM_EnabledLogicalElement"/></IPARAMVALUE><IPARAMVALUE NAME="IncludeQualifiers"><VALUE>FALSE</VALUE></IPARAMVALUE>)")),
+         R"(<PROPERTY NAME="EnabledState" TYPE="uint16"><VALUE>5</VALUE>\n</PROPERTY>\n<PROPERTY NAME="OtherEnabledState" TYPE="string"></PROPERTY>)"},
+        {"instance property the provider leaves to its default", cimPost(intrinsicBody("EnumerateInstances", R"(<IPARAMVALUE NAME="ClassName"><CLASSNAME NAME="Tovra_StorageVolume"/></IPARAMVALUE>)")),
+         R"(<PROPERTY NAME="RequestedState" TYPE="uint16"><VALUE>12</VALUE>)"},
     };
 }
 

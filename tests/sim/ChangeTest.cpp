@@ -32,7 +32,7 @@ protected:
         return letterOf(payloadOf(readFrame(d)));
     }
 
-    char expand(uint8_t set, const std::vector<std::pair<uint8_t, uint8_t>> &pairs) {
+    char expand(uint8_t set, const std::vector<std::pair<uint8_t, uint8_t>> &pairs, uint16_t length = 1024) {
         Bytes params(5 + 2 * pairs.size(), 0);
         params[0] = set;
         params[1] = static_cast<uint8_t>(pairs.size());
@@ -40,7 +40,7 @@ protected:
             params[5 + 2 * i] = pairs[i].first;
             params[6 + 2 * i] = pairs[i].second;
         }
-        return letterOf(transact(d, sizedFrame(0x52, 1024, params)));
+        return letterOf(transact(d, sizedFrame(0x52, length, params)));
     }
 
     char hotSpare(uint8_t command, uint8_t enc, uint8_t slot, uint8_t type = 0, uint8_t set = 0) {
@@ -110,6 +110,9 @@ TEST_F(Change, RaidSetRulesRefuseWithTheirLetters) {
     EXPECT_EQ(letterOf(transact(d, 0x53, {7})), 'D');
     EXPECT_EQ(expand(6, {{1, 3}}), 'D');
     EXPECT_EQ(expand(0, {{1, 3}}), 'K');  // a 2 TB disk cannot join 4 TB members
+    EXPECT_EQ(expand(0, {{1, 3}}, 8), 'G');     // an expand request is 1024 bytes long, no shorter
+    EXPECT_EQ(expand(0, {{1, 3}}, 1023), 'G');
+    EXPECT_EQ(expand(0, {{1, 3}}, 1025), 'G');
     EXPECT_EQ(text(raidSet(0), 0, 16), "Raid Set # 000");
 }
 
