@@ -29,18 +29,34 @@ const bool privateResetCounters = [] {
     return true;
 }();
 
+using Layout = cimhost::HostOptions::ProcessLayout;
+
+struct HostSlot {
+    std::unique_ptr<cimhost::Host> host;
+    Layout layout = Layout::ByLibrary;
+};
+
+HostSlot &slot() {
+    static HostSlot s;
+    return s;
+}
+
+std::unique_ptr<cimhost::Host> makeHost(Layout layout) {
+    cimhost::HostOptions options;
+    options.mofPaths = {TOVRA_MOF_DIR};
+    options.registrationFile = std::string(TOVRA_MOF_DIR) + "/Tovra.reg";
+    options.providerDirs = {TOVRA_PROVIDER_DIR};
+    options.principal = "root";
+    options.layout = layout;
+    auto h = std::make_unique<cimhost::Host>(options);
+    h->setPermission("root", 5);
+    return h;
+}
+
 cimhost::Host &host() {
-    static std::unique_ptr<cimhost::Host> instance = [] {
-        cimhost::HostOptions options;
-        options.mofPaths = {TOVRA_MOF_DIR};
-        options.registrationFile = std::string(TOVRA_MOF_DIR) + "/Tovra.reg";
-        options.providerDirs = {TOVRA_PROVIDER_DIR};
-        options.principal = "root";
-        auto h = std::make_unique<cimhost::Host>(options);
-        h->setPermission("root", 5);
-        return h;
-    }();
-    return *instance;
+    HostSlot &s = slot();
+    if (!s.host) s.host = makeHost(s.layout);
+    return *s.host;
 }
 
 Val flatten(const cimhost::Value &v) {
@@ -249,6 +265,13 @@ Answer referenceNames(const std::string &source, const std::string &assocClass, 
 }
 Answer references(const std::string &source, const std::string &assocClass, const std::string &role) {
     return fromReply(host().references(parsed(source), assocClass, role));
+}
+
+void useLayout(cimhost::HostOptions::ProcessLayout layout) {
+    HostSlot &s = slot();
+    if (s.host && s.layout == layout) return;
+    s.host.reset();
+    s.layout = layout;
 }
 
 void inRequest(const std::function<void(const CMPIBroker *, const CMPIContext *)> &body) {

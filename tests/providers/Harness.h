@@ -3,6 +3,7 @@
 // to the simulated adapter through real ioctl calls.
 #pragma once
 
+#include <HostOptions.h>
 #include <cmpidt.h>
 #include <tovrasim/Simulator.h>
 
@@ -94,6 +95,10 @@ Answer associatorNames(const std::string &source, const AssocFilter &f = {});
 Answer associators(const std::string &source, const AssocFilter &f = {});
 Answer referenceNames(const std::string &source, const std::string &assocClass = {}, const std::string &role = {});
 Answer references(const std::string &source, const std::string &assocClass = {}, const std::string &role = {});
+
+// The provider processes of later requests: the library's modules in one
+// (the default), or each provider in its own. Changing it starts a new host.
+void useLayout(cimhost::HostOptions::ProcessLayout layout);
 
 // Runs body inside a host request, with the host's broker and a context
 // carrying the test principal.
