@@ -169,13 +169,15 @@ bool versionMajorIs(std::string_view v, char major) {
     return !v.empty() && v[0] == major && (v.size() == 1 || v[1] == '.');
 }
 
-std::string logField(std::string_view text) {
+namespace {
+
+std::string escaped(std::string_view text, bool spaces) {
     if (text.empty()) return "-";
     std::string out;
     out.reserve(text.size());
     for (char c : text) {
         auto u = static_cast<unsigned char>(c);
-        if (u < 0x21 || u == 0x7f || c == '\\') {
+        if (u < 0x20 || u == 0x7f || c == '\\' || (c == ' ' && !spaces)) {
             char esc[5];
             std::snprintf(esc, sizeof esc, "\\x%02x", u);
             out += esc;
@@ -185,5 +187,11 @@ std::string logField(std::string_view text) {
     }
     return out;
 }
+
+}  // namespace
+
+std::string logField(std::string_view text) { return escaped(text, false); }
+
+std::string logText(std::string_view text) { return escaped(text, true); }
 
 }  // namespace cimserver

@@ -61,5 +61,7 @@ bool versionMajorIs(std::string_view version, char major);
 // A log field on one line: control characters, backslash, space and DEL as
 // \xNN; an empty field as "-".
 std::string logField(std::string_view text);
+// Free text at the end of a log line: the same, but spaces stay.
+std::string logText(std::string_view text);
 
 }  // namespace cimserver

@@ -12,6 +12,7 @@
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <stdexcept>
 
 namespace cimserver {
@@ -76,7 +77,7 @@ std::string peerOf(MHD_Connection *c) {
     return text;
 }
 
-void freeString(void *cls) { delete static_cast<std::string *>(cls); }
+void freeString(void *cls) { std::unique_ptr<std::string> owned(static_cast<std::string *>(cls)); }
 
 }  // namespace
 
@@ -86,8 +87,8 @@ struct DaemonCallbacks {
         return static_cast<Listener *>(cls)->request(c, url, method, version, data, size, reqCls) != 0 ? MHD_YES
                                                                                                        : MHD_NO;
     }
-    static void completed(void *cls, MHD_Connection *, void **reqCls, MHD_RequestTerminationCode code) {
-        static_cast<Listener *>(cls)->completed(reqCls, code == MHD_REQUEST_TERMINATED_COMPLETED_OK);
+    static void completed(void *cls, MHD_Connection *, void **reqCls, MHD_RequestTerminationCode) {
+        static_cast<Listener *>(cls)->completed(reqCls);
     }
     static void connection(void *cls, MHD_Connection *c, void **socketContext, MHD_ConnectionNotificationCode event) {
         auto *self = static_cast<Listener *>(cls);
@@ -102,7 +103,7 @@ struct DaemonCallbacks {
         std::vsnprintf(text, sizeof text, format, args);
         std::string_view message = text;
         while (!message.empty() && (message.back() == '\n' || message.back() == '.')) message.remove_suffix(1);
-        static_cast<Listener *>(cls)->log_("http-layer: " + logField(message));
+        static_cast<Listener *>(cls)->log_("http-layer: " + logText(message));
     }
     static MHD_Result header(void *cls, MHD_ValueKind, const char *key, size_t keySize, const char *value,
                              size_t valueSize) {
@@ -119,13 +120,13 @@ Listener::Listener(int listenFd, ListenerConfig config, const CimContext &cim, W
     unsigned flags = MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG;
     if (tls_) flags |= MHD_USE_TLS;
     std::vector<MHD_OptionItem> options = {
+        {MHD_OPTION_EXTERNAL_LOGGER, reinterpret_cast<intptr_t>(&DaemonCallbacks::logger), this},  // first, so all goes there
         {MHD_OPTION_LISTEN_SOCKET, listenFd_, nullptr},
         {MHD_OPTION_CONNECTION_LIMIT, static_cast<intptr_t>(config_.hardConnectionLimit), nullptr},
         {MHD_OPTION_CONNECTION_TIMEOUT, static_cast<intptr_t>(config_.idleSeconds), nullptr},
         {MHD_OPTION_CONNECTION_MEMORY_LIMIT, static_cast<intptr_t>(config_.connectionPool), nullptr},
         {MHD_OPTION_NOTIFY_COMPLETED, reinterpret_cast<intptr_t>(&DaemonCallbacks::completed), this},
         {MHD_OPTION_NOTIFY_CONNECTION, reinterpret_cast<intptr_t>(&DaemonCallbacks::connection), this},
-        {MHD_OPTION_EXTERNAL_LOGGER, reinterpret_cast<intptr_t>(&DaemonCallbacks::logger), this},
         {MHD_OPTION_SIGPIPE_HANDLED_BY_APP, 1, nullptr},
     };
     if (tls_) {
@@ -153,12 +154,13 @@ Listener::Listener(int listenFd, ListenerConfig config, const CimContext &cim, W
 }
 
 Listener::~Listener() {
+    if (daemon_ != nullptr && !abandoned_) MHD_stop_daemon(daemon_);  // never run: nothing is suspended
     if (listenFd_ >= 0) close(listenFd_);
     if (wakeFd_ >= 0) close(wakeFd_);
 }
 
 void Listener::opened(MHD_Connection *c, void **socketContext) {
-    auto *conn = new Conn;
+    auto *conn = std::make_unique<Conn>().release();  // owned by the daemon until closed()
     conn->peer = peerOf(c);
     if (const MHD_ConnectionInfo *info = MHD_get_connection_info(c, MHD_CONNECTION_INFO_CONNECTION_FD))
         conn->fd = info->connect_fd;
@@ -174,25 +176,22 @@ void Listener::opened(MHD_Connection *c, void **socketContext) {
 }
 
 void Listener::closed(void **socketContext) {
-    auto *conn = static_cast<Conn *>(*socketContext);
-    if (conn == nullptr) return;
-    admission_.release(conn->peer);
-    conns_.erase(conn);
-    delete conn;
+    std::unique_ptr<Conn> conn(static_cast<Conn *>(*socketContext));
     *socketContext = nullptr;
+    if (!conn) return;
+    admission_.release(conn->peer);
+    conns_.erase(conn.get());
 }
 
-void Listener::completed(void **reqCls, bool ok) {
-    auto *ex = static_cast<Exchange *>(*reqCls);
-    if (ex == nullptr) return;
+void Listener::completed(void **reqCls) {
+    std::unique_ptr<Exchange> ex(static_cast<Exchange *>(*reqCls));
     *reqCls = nullptr;
+    if (!ex) return;
     Conn &conn = *ex->conn;
-    (void)ok;
-    writeLog(conn, ex, ex->status);
+    writeLog(conn, ex.get(), ex->status);
     conn.exchange = nullptr;
     conn.phase = Conn::Phase::Reading;
     conn.since = Clock::now();
-    delete ex;
 }
 
 void Listener::writeLog(const Conn &conn, const Exchange *ex, int status) {
@@ -214,11 +213,11 @@ int Listener::request(MHD_Connection *c, const char *url, const char *method, co
         const MHD_ConnectionInfo *info = MHD_get_connection_info(c, MHD_CONNECTION_INFO_SOCKET_CONTEXT);
         auto *conn = static_cast<Conn *>(info != nullptr ? info->socket_context : nullptr);
         if (conn == nullptr) return 0;
-        ex = new Exchange;
+        auto owned = std::make_unique<Exchange>();  // owned by the daemon until completed()
+        ex = owned.release();
         *reqCls = ex;
         ex->conn = conn;
         conn->exchange = ex;
-        ex->start = conn->since;
         ex->head.method = method;
         ex->head.url = url;
         ex->head.version = version;
@@ -283,13 +282,12 @@ int Listener::queue(MHD_Connection *c, Exchange &ex, Reply reply) {
     ex.status = reply.status;
     ex.conn->phase = Conn::Phase::Writing;
     ex.conn->since = Clock::now();
-    auto *body = new std::string(std::move(reply.body));
+    // The reply's text goes to the daemon, which frees it once sent.
+    auto body = std::make_unique<std::string>(std::move(reply.body));
     MHD_Response *response =
-        MHD_create_response_from_buffer_with_free_callback_cls(body->size(), body->data(), &freeString, body);
-    if (response == nullptr) {
-        delete body;
-        return 0;
-    }
+        MHD_create_response_from_buffer_with_free_callback_cls(body->size(), body->data(), &freeString, body.get());
+    if (response == nullptr) return 0;
+    body.release();
     for (const auto &[name, value] : reply.headers) MHD_add_response_header(response, name.c_str(), value.c_str());
     if (reply.close || draining_) MHD_add_response_header(response, MHD_HTTP_HEADER_CONNECTION, "close");
     MHD_Result queued = MHD_queue_response(c, static_cast<unsigned>(reply.status), response);
@@ -351,7 +349,10 @@ bool Listener::run(const std::atomic<bool> &stopping, const std::function<Clock:
     const auto deadline = drainDeadline();
     while (busy() && Clock::now() < deadline) turn(20);
     for (const Conn *conn : conns_)
-        if (conn->phase == Conn::Phase::Working) return false;  // suspended: the daemon cannot be stopped
+        if (conn->phase == Conn::Phase::Working) {
+            abandoned_ = true;  // a suspended connection: the daemon cannot be stopped
+            return false;
+        }
     MHD_stop_daemon(daemon_);
     daemon_ = nullptr;
     return true;

@@ -67,7 +67,7 @@ private:
 
     void opened(MHD_Connection *c, void **socketContext);
     void closed(void **socketContext);
-    void completed(void **reqCls, bool ok);
+    void completed(void **reqCls);
     int request(MHD_Connection *c, const char *url, const char *method, const char *version, const char *data,
                 std::size_t *size, void **reqCls);
     int queue(MHD_Connection *c, Exchange &ex, Reply reply);
@@ -86,6 +86,7 @@ private:
     int listenFd_;
     bool tls_;
     bool draining_ = false;
+    bool abandoned_ = false;  // stopped with an operation in flight
     MHD_Daemon *daemon_ = nullptr;
     std::unordered_set<Conn *> conns_;
     int epollFd_ = -1;  // the daemon's

@@ -177,8 +177,11 @@ TEST(Hostile, BodiesAndHeadsAreBounded) {
 TEST(Hostile, ConnectionsCannotHoldTheServer) {
     ServerProcess server(shortDeadlines());
     const std::string head = headOnly(kPoolNames);
+    // GetClass requests, so that their log lines can be counted.
     auto numbered = [](const char *id, const char *connection) {
-        std::string body = std::regex_replace(kPoolNames, std::regex("ID=\"7\""), std::string("ID=\"") + id + "\"");
+        std::string body = intrinsicBody(
+            "GetClass", R"(<IPARAMVALUE NAME="ClassName"><CLASSNAME NAME="Tovra_StoragePool"/></IPARAMVALUE>)");
+        body = std::regex_replace(body, std::regex("ID=\"7\""), std::string("ID=\"") + id + "\"");
         return cimPost(body, {{"Connection", connection}});
     };
     runAttacks(server, {
@@ -205,6 +208,12 @@ TEST(Hostile, ConnectionsCannotHoldTheServer) {
          }, R"(^HTTP/1.1 200 ...<MESSAGE ID="1"...HTTP/1.1 200 ...<MESSAGE ID="2"...HTTP/1.1 200 ...<MESSAGE ID="3")"},
     });
     EXPECT_EQ(server.stop(), 0) << server.log();
+    // One log line for each pipelined request.
+    const std::string log = server.log();
+    const std::regex getClass("GetClass Tovra_StoragePool http=200");
+    std::ptrdiff_t lines = std::distance(std::sregex_iterator(log.begin(), log.end(), getClass), std::sregex_iterator());
+    EXPECT_GT(lines, 0);
+    EXPECT_EQ(lines % 3, 0) << log;
 }
 
 // CPU and memory per request stay linear in its size: attributes are counted
