@@ -117,7 +117,7 @@ Listener::Listener(int listenFd, ListenerConfig config, const CimContext &cim, W
                    Admission &admission, LogSink log)
     : config_(std::move(config)), cim_(cim), pool_(pool), admission_(admission), log_(std::move(log)),
       listenFd_(listenFd), tls_(!config_.certPem.empty()) {
-    unsigned flags = MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG;
+    unsigned flags = MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG | MHD_USE_TURBO;
     if (tls_) flags |= MHD_USE_TLS;
     std::vector<MHD_OptionItem> options = {
         {MHD_OPTION_EXTERNAL_LOGGER, reinterpret_cast<intptr_t>(&DaemonCallbacks::logger), this},  // first, so all goes there

@@ -3,7 +3,8 @@
 namespace cimserver {
 
 WorkerPool::WorkerPool(unsigned threads, std::size_t queue) : capacity_(queue == 0 ? 1 : queue) {
-    for (unsigned i = 0; i < (threads == 0 ? 1 : threads); ++i) threads_.emplace_back([this] { work(); });
+    for (unsigned i = 0; i < (threads == 0 ? 1 : threads); ++i) workers_.push_back(std::make_unique<Worker>());
+    for (auto &w : workers_) threads_.emplace_back([this, me = w.get()] { work(*me); });
 }
 
 WorkerPool::~WorkerPool() {
@@ -11,18 +12,28 @@ WorkerPool::~WorkerPool() {
 }
 
 bool WorkerPool::tryPost(std::function<void()> job) {
-    {
-        std::lock_guard lock(mutex_);
-        if (stopping_ || jobs_.size() >= capacity_) return false;
-        jobs_.push_back(std::move(job));
+    std::lock_guard lock(mutex_);
+    if (stopping_) return false;
+    ++busy_;
+    if (!idle_.empty()) {
+        Worker *w = idle_.back();
+        idle_.pop_back();
+        w->job = std::move(job);
+        w->handed = true;
+        w->wake.notify_one();
+        return true;
     }
-    wake_.notify_one();
+    if (jobs_.size() >= capacity_) {
+        --busy_;
+        return false;
+    }
+    jobs_.push_back(std::move(job));
     return true;
 }
 
 bool WorkerPool::waitIdle(std::chrono::steady_clock::time_point deadline) {
     std::unique_lock lock(mutex_);
-    return idle_.wait_until(lock, deadline, [&] { return jobs_.empty() && running_ == 0; });
+    return idleAll_.wait_until(lock, deadline, [&] { return busy_ == 0; });
 }
 
 bool WorkerPool::stop(std::chrono::steady_clock::time_point deadline) {
@@ -30,8 +41,8 @@ bool WorkerPool::stop(std::chrono::steady_clock::time_point deadline) {
     {
         std::lock_guard lock(mutex_);
         stopping_ = true;
+        for (auto &w : workers_) w->wake.notify_one();
     }
-    wake_.notify_all();
     if (!idle) {
         for (std::thread &t : threads_) t.detach();
         threads_.clear();
@@ -42,23 +53,29 @@ bool WorkerPool::stop(std::chrono::steady_clock::time_point deadline) {
     return true;
 }
 
-void WorkerPool::work() {
+void WorkerPool::work(Worker &me) {
+    std::unique_lock lock(mutex_);
     for (;;) {
         std::function<void()> job;
-        {
-            std::unique_lock lock(mutex_);
-            wake_.wait(lock, [&] { return !jobs_.empty() || stopping_; });
-            if (jobs_.empty()) return;
+        if (me.handed) {
+            job = std::move(me.job);
+            me.handed = false;
+        } else if (!jobs_.empty()) {
             job = std::move(jobs_.front());
             jobs_.pop_front();
-            ++running_;
+        } else if (stopping_) {
+            return;
+        } else {
+            idle_.push_back(&me);
+            me.wake.wait(lock, [&] { return me.handed || stopping_; });
+            if (!me.handed) return;  // stopping; nothing can be handed over any more
+            continue;
         }
+        lock.unlock();
         job();
-        {
-            std::lock_guard lock(mutex_);
-            --running_;
-            if (jobs_.empty() && running_ == 0) idle_.notify_all();
-        }
+        job = nullptr;  // its captures go before the pool counts it done
+        lock.lock();
+        if (--busy_ == 0) idleAll_.notify_all();
     }
 }
 
