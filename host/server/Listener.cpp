@@ -146,15 +146,17 @@ Listener::Listener(int listenFd, ListenerConfig config, const CimContext &cim, W
     epollFd_ = info != nullptr ? info->epoll_fd : -1;
     wakeFd_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (epollFd_ < 0 || wakeFd_ < 0) {
-        MHD_stop_daemon(daemon_);
-        close(listenFd_);
+        MHD_stop_daemon(daemon_);  // closes the listening socket too
         if (wakeFd_ >= 0) close(wakeFd_);
         throw std::runtime_error("cannot set up the event loop");
     }
 }
 
 Listener::~Listener() {
-    if (daemon_ != nullptr && !abandoned_) MHD_stop_daemon(daemon_);  // never run: nothing is suspended
+    if (daemon_ != nullptr && !abandoned_) {
+        MHD_stop_daemon(daemon_);  // never run, so nothing is suspended; closes the listening socket
+        listenFd_ = -1;
+    }
     if (listenFd_ >= 0) close(listenFd_);
     if (wakeFd_ >= 0) close(wakeFd_);
 }

@@ -5,6 +5,10 @@ namespace cimserver {
 WorkerPool::WorkerPool(unsigned threads, std::size_t queue) : capacity_(queue == 0 ? 1 : queue) {
     for (unsigned i = 0; i < (threads == 0 ? 1 : threads); ++i) workers_.push_back(std::make_unique<Worker>());
     for (auto &w : workers_) threads_.emplace_back([this, me = w.get()] { work(*me); });
+    // Ready once every worker waits for a job, so the first jobs are handed
+    // over rather than queued.
+    std::unique_lock lock(mutex_);
+    ready_.wait(lock, [&] { return idle_.size() == workers_.size(); });
 }
 
 WorkerPool::~WorkerPool() {
@@ -67,6 +71,7 @@ void WorkerPool::work(Worker &me) {
             return;
         } else {
             idle_.push_back(&me);
+            ready_.notify_all();
             me.wake.wait(lock, [&] { return me.handed || stopping_; });
             if (!me.handed) return;  // stopping; nothing can be handed over any more
             continue;

@@ -44,7 +44,7 @@ private:
 
     const std::size_t capacity_;
     std::mutex mutex_;
-    std::condition_variable idleAll_;
+    std::condition_variable idleAll_, ready_;
     std::deque<std::function<void()>> jobs_;  // waiting while every worker is busy
     std::vector<Worker *> idle_;              // most recently idle last
     std::size_t busy_ = 0;                    // jobs handed over or running
