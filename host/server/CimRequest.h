@@ -1,5 +1,6 @@
 // A CIM-XML operation request as the client sent it, and the decoder that
-// reads one from an HTTP body with bounds on size, depth and element count.
+// reads one from an HTTP body with bounds on size, depth, element and
+// attribute counts; its cost is linear in the body's size.
 #pragma once
 
 #include "Value.h"
@@ -61,6 +62,8 @@ struct DecodeLimits {
     int maxDepth = 40;
     std::size_t maxElements = 20000;
     std::size_t maxNameBytes = 256;  // NAME, CLASSNAME and similar attributes
+    std::size_t maxAttributesPerElement = 32;
+    std::size_t maxAttributes = 40000;  // in the whole body
 };
 
 using DecodeResult = std::variant<CimRequest, RequestError>;

@@ -1,293 +1,160 @@
 #include "HttpServer.h"
 
-#include "Host.h"
+#include "Listener.h"
 
-#include <httplib.h>
-#include <openssl/evp.h>
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
-#include <chrono>
-#include <condition_variable>
-#include <deque>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
 #include <thread>
 
 namespace cimserver {
 
-using cimhost::iequals;
-
 namespace {
 
-// A fixed set of workers and a bounded queue of accepted connections. When
-// the queue is full the accepting thread waits, and further clients wait in
-// the kernel's listen backlog.
-class BoundedPool : public httplib::TaskQueue {
-public:
-    BoundedPool(unsigned threads, std::size_t capacity) : capacity_(capacity == 0 ? 1 : capacity) {
-        for (unsigned i = 0; i < (threads == 0 ? 1 : threads); ++i) workers_.emplace_back([this] { work(); });
-    }
-    ~BoundedPool() override { shutdown(); }
+using Clock = std::chrono::steady_clock;
 
-    void enqueue(std::function<void()> fn) override {
-        std::unique_lock lock(mutex_);
-        notFull_.wait(lock, [&] { return jobs_.size() < capacity_ || stopping_; });
-        jobs_.push_back(std::move(fn));
-        notEmpty_.notify_one();
+// A listening TCP socket on address:port, without SO_REUSEPORT, so a second
+// server on a busy port fails. Returns the descriptor and the bound port.
+std::pair<int, int> listenOn(const std::string &address, int port) {
+    sockaddr_storage storage{};
+    socklen_t length = 0;
+    auto *v4 = reinterpret_cast<sockaddr_in *>(&storage);
+    auto *v6 = reinterpret_cast<sockaddr_in6 *>(&storage);
+    if (inet_pton(AF_INET, address.c_str(), &v4->sin_addr) == 1) {
+        v4->sin_family = AF_INET;
+        v4->sin_port = htons(static_cast<uint16_t>(port));
+        length = sizeof *v4;
+    } else if (inet_pton(AF_INET6, address.c_str(), &v6->sin6_addr) == 1) {
+        v6->sin6_family = AF_INET6;
+        v6->sin6_port = htons(static_cast<uint16_t>(port));
+        length = sizeof *v6;
+    } else {
+        throw std::runtime_error("cannot listen on " + address + ": not an IP address");
     }
-    void shutdown() override {
-        {
-            std::lock_guard lock(mutex_);
-            if (stopping_ && workers_.empty()) return;
-            stopping_ = true;
-        }
-        notEmpty_.notify_all();
-        notFull_.notify_all();
-        for (std::thread &t : workers_) t.join();
-        workers_.clear();
+    const std::string where = address + ":" + std::to_string(port);
+    int fd = socket(storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (fd < 0) throw std::runtime_error("cannot listen on " + where + ": " + std::strerror(errno));
+    int on = 1;
+    // SO_REUSEADDR lets a restarted server bind while old connections linger
+    // in TIME_WAIT; it does not let two servers listen on one port.
+    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    if (::bind(fd, reinterpret_cast<sockaddr *>(&storage), length) != 0 || listen(fd, 128) != 0) {
+        int error = errno;
+        close(fd);
+        throw std::runtime_error("cannot listen on " + where + ": " +
+                                 (error == EADDRINUSE ? std::string("address in use") : std::strerror(error)));
     }
-
-private:
-    void work() {
-        for (;;) {
-            std::function<void()> job;
-            {
-                std::unique_lock lock(mutex_);
-                notEmpty_.wait(lock, [&] { return !jobs_.empty() || stopping_; });
-                if (jobs_.empty()) return;  // stopping, and nothing left to serve
-                job = std::move(jobs_.front());
-                jobs_.pop_front();
-                notFull_.notify_one();
-            }
-            job();
-        }
-    }
-
-    const std::size_t capacity_;
-    std::mutex mutex_;
-    std::condition_variable notEmpty_, notFull_;
-    std::deque<std::function<void()>> jobs_;
-    std::vector<std::thread> workers_;
-    bool stopping_ = false;
-};
-
-// "%2F" escapes of a CIMObject header; nullopt for a broken escape.
-std::optional<std::string> percentDecoded(std::string_view s) {
-    std::string out;
-    for (std::size_t i = 0; i < s.size(); ++i) {
-        if (s[i] != '%') {
-            out += s[i];
-            continue;
-        }
-        auto hex = [](char c) -> int {
-            if (c >= '0' && c <= '9') return c - '0';
-            if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-            if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-            return -1;
-        };
-        if (i + 2 >= s.size()) return std::nullopt;
-        int hi = hex(s[i + 1]), lo = hex(s[i + 2]);
-        if (hi < 0 || lo < 0) return std::nullopt;
-        out += static_cast<char>(hi * 16 + lo);
-        i += 2;
-    }
-    return out;
+    getsockname(fd, reinterpret_cast<sockaddr *>(&storage), &length);
+    int bound = ntohs(storage.ss_family == AF_INET ? v4->sin_port : v6->sin6_port);
+    return {fd, bound};
 }
 
-std::string_view trimSlashes(std::string_view s) {
-    while (!s.empty() && s.front() == '/') s.remove_prefix(1);
-    while (!s.empty() && s.back() == '/') s.remove_suffix(1);
-    return s;
+std::string fileText(const std::string &path) {
+    std::ifstream in(path);
+    if (!in) throw std::runtime_error(path + ": cannot be read");
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
 }
-
-// CIMObject names the namespace of an intrinsic call, or "ns:Class[.keys]"
-// of a method call. Keys are not compared: clients leave them unescaped.
-bool objectHeaderMatches(const std::string &header, const CimRequest &r) {
-    auto decoded = percentDecoded(header);
-    if (!decoded) return false;
-    std::string_view text = *decoded;
-    if (text.substr(0, 2) == "//") {  // a host in front
-        std::size_t slash = text.find('/', 2);
-        if (slash == std::string_view::npos) return false;
-        text.remove_prefix(slash);
-    }
-    if (r.intrinsic) return iequals(trimSlashes(text), trimSlashes(r.nameSpace));
-    std::size_t colon = text.find(':');
-    if (colon == std::string_view::npos) return false;
-    std::string_view cls = text.substr(colon + 1);
-    cls = cls.substr(0, cls.find('.'));
-    return iequals(trimSlashes(text.substr(0, colon)), trimSlashes(r.nameSpace)) &&
-           iequals(cls, r.target.className);
-}
-
-// "Basic base64(user:password)"; nullopt when the header is not that.
-std::optional<std::pair<std::string, std::string>> basicCredentials(const std::string &header) {
-    if (header.size() < 6 || !iequals(std::string_view(header).substr(0, 6), "Basic ")) return std::nullopt;
-    std::string b64 = header.substr(6);
-    while (!b64.empty() && b64.front() == ' ') b64.erase(0, 1);
-    while (!b64.empty() && b64.back() == ' ') b64.pop_back();
-    if (b64.empty() || b64.size() % 4 != 0 || b64.size() > 1024) return std::nullopt;
-    std::string raw(b64.size() / 4 * 3, '\0');
-    int n = EVP_DecodeBlock(reinterpret_cast<unsigned char *>(raw.data()),
-                            reinterpret_cast<const unsigned char *>(b64.data()), static_cast<int>(b64.size()));
-    if (n < 0) return std::nullopt;
-    std::size_t padding = b64.size() - b64.find_last_not_of('=') - 1;
-    raw.resize(static_cast<std::size_t>(n) - std::min<std::size_t>(padding, 2));
-    std::size_t colon = raw.find(':');
-    if (colon == std::string::npos) return std::nullopt;
-    return std::make_pair(raw.substr(0, colon), raw.substr(colon + 1));
-}
-
-// application/xml or text/xml, with no charset or UTF-8.
-bool xmlInUtf8(const std::string &contentType) {
-    std::string type = cimhost::lowerCase(contentType);
-    bool xml = type.rfind("application/xml", 0) == 0 || type.rfind("text/xml", 0) == 0;
-    std::size_t charset = type.find("charset=");
-    if (charset == std::string::npos) return xml;
-    std::string_view value = std::string_view(type).substr(charset + 8);
-    if (!value.empty() && value.front() == '"') value.remove_prefix(1);
-    return xml && value.rfind("utf-8", 0) == 0;
-}
-
-bool versionMajorIs(const std::string &v, char major) {
-    return !v.empty() && v[0] == major && (v.size() == 1 || v[1] == '.');
-}
-
-// What one request did, for its log line; kept per worker thread between
-// the handler and the logger, which run one after the other.
-struct RequestRecord {
-    std::chrono::steady_clock::time_point start;
-    bool started = false;
-    std::string user = "-";
-    std::string operation = "-";
-    std::string className = "-";
-    std::string cimStatus = "-";
-};
-thread_local RequestRecord record;
 
 }  // namespace
 
 struct HttpServer::Impl {
-    Impl(const CimService &svc, const Users *u, ServerOptions o, LogSink l)
-        : service(svc), users(u), options(std::move(o)), log(std::move(l)) {}
+    Impl(const CimService &service, const Users *users, ServerOptions o, LogSink l)
+        : options(std::move(o)), log(std::move(l)), cim{service, users, options.limits},
+          pool(options.threads, options.queue),
+          admission(options.maxConnections, options.maxConnectionsPerAddress) {}
 
-    const CimService &service;
-    const Users *users;
     ServerOptions options;
     LogSink log;
-    httplib::Server server;
+    CimContext cim;
+    WorkerPool pool;
+    Admission admission;
+    std::vector<std::unique_ptr<Listener>> listeners;
+    std::atomic<bool> stopping{false};
+    std::mutex deadlineMutex;
+    std::optional<Clock::time_point> deadline;
 
-    void refuse(httplib::Response &res, int status, const char *cimError) {
-        res.status = status;
-        if (cimError != nullptr) res.set_header("CIMError", cimError);
+    ListenerConfig config() const {
+        ListenerConfig c;
+        c.head.maxBody = options.limits.maxBytes;
+        c.head.maxHeaderBytes = options.maxHeaderBytes;
+        c.head.maxHeaders = options.maxHeaders;
+        c.requestTimeout = std::chrono::milliseconds(static_cast<long>(options.requestTimeout * 1000));
+        c.idleSeconds = static_cast<unsigned>(std::max(1.0, std::ceil(options.idleTimeout)));
+        // The daemon's pool holds the head and the read buffer. Twice the
+        // head limit lets heads just past it reach our check (431 with a
+        // CIMError); larger ones the daemon refuses itself.
+        c.connectionPool = 2 * options.maxHeaderBytes + 16 * 1024;
+        c.hardConnectionLimit = options.maxConnections + 64;
+        return c;
     }
 
-    void handle(const httplib::Request &req, httplib::Response &res) {
-        std::string principal;
-        if (options.authenticate) {
-            auto creds = basicCredentials(req.get_header_value("Authorization"));
-            if (creds) record.user = creds->first;
-            if (!creds || !users->verify(creds->first, creds->second)) {
-                res.status = 401;
-                res.set_header("WWW-Authenticate", "Basic realm=\"tovra-cimd\"");
-                return;
-            }
-            principal = creds->first;
-        }
-        if (!req.has_header("CIMOperation") || !iequals(req.get_header_value("CIMOperation"), "MethodCall"))
-            return refuse(res, 400, "unsupported-operation");
-        if (req.has_header("CIMProtocolVersion") && !versionMajorIs(req.get_header_value("CIMProtocolVersion"), '1'))
-            return refuse(res, 501, "unsupported-protocol-version");
-        if (req.has_header("CIMBatch")) return refuse(res, 501, "multiple-requests-unsupported");
-        if (req.has_header("Content-Type") && !xmlInUtf8(req.get_header_value("Content-Type")))
-            return refuse(res, 400, "request-not-valid");
-
-        DecodeResult decoded = decodeRequest(req.body, options.limits);
-        if (auto *error = std::get_if<RequestError>(&decoded))
-            return refuse(res, httpStatusOf(error->kind), cimErrorHeaderOf(error->kind));
-        const CimRequest &cim = std::get<CimRequest>(decoded);
-        record.operation = cim.method;
-        if (!iequals(req.get_header_value("CIMMethod"), cim.method) ||
-            !objectHeaderMatches(req.get_header_value("CIMObject"), cim))
-            return refuse(res, 400, "header-mismatch");
-
-        std::optional<cimhost::Host::ThreadPrincipal> as;
-        if (options.authenticate)
-            as.emplace(principal);
-        else
-            as.emplace(std::string(), cimhost::HostOptions::PrincipalEntry::NullText);
-        Outcome outcome = service.run(cim);
-        record.className = outcome.className.empty() ? "-" : outcome.className;
-        record.cimStatus = std::to_string(outcome.code);
-        res.status = 200;
-        res.set_header("CIMOperation", "MethodResponse");
-        res.set_content(std::move(outcome.body), "application/xml; charset=\"utf-8\"");
-    }
-
-    void writeLog(const httplib::Request &req, const httplib::Response &res) {
-        auto ms = record.started ? std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() -
-                                                                             record.start)
-                                       .count()
-                                 : 0.0;
-        char duration[32];
-        std::snprintf(duration, sizeof duration, "%.1fms", ms);
-        log((req.remote_addr.empty() ? "-" : req.remote_addr) + " " + record.user + " " + req.method + " " + record.operation + " " + record.className +
-            " http=" + std::to_string(res.status) + " cim=" + record.cimStatus + " " + duration);
-        record = RequestRecord{};
+    // One deadline for every listener, fixed when the first one asks.
+    Clock::time_point drainDeadline() {
+        std::lock_guard lock(deadlineMutex);
+        if (!deadline)
+            deadline = Clock::now() + std::chrono::milliseconds(static_cast<long>(options.shutdownTimeout * 1000));
+        return *deadline;
     }
 };
 
-HttpServer::HttpServer(const CimService &service, const Users *users, ServerOptions options, LogSink log)
-    : impl_(std::make_unique<Impl>(service, users, std::move(options), std::move(log))) {
-    if (impl_->options.authenticate && users == nullptr)
-        throw std::invalid_argument("authentication needs a users file");
-    Impl &s = *impl_;
-    httplib::Server &srv = s.server;
-    const unsigned threads = s.options.threads;
-    const std::size_t queue = s.options.queue;
-    srv.new_task_queue = [threads, queue] { return new BoundedPool(threads, queue); };
-    srv.set_payload_max_length(s.options.limits.maxBytes);
-    srv.set_keep_alive_timeout(s.options.keepAliveSeconds);
-    srv.set_keep_alive_max_count(100);
-    srv.set_tcp_nodelay(true);  // a reply goes out as head and body: no waiting on delayed ACKs
-    srv.set_read_timeout(s.options.ioTimeoutSeconds, 0);
-    srv.set_write_timeout(s.options.ioTimeoutSeconds, 0);
-    srv.set_pre_routing_handler([&s](const httplib::Request &req, httplib::Response &res) {
-        record = RequestRecord{};
-        record.start = std::chrono::steady_clock::now();
-        record.started = true;
-        if (req.method == "POST") return httplib::Server::HandlerResponse::Unhandled;
-        // M-POST (the HTTP extension framework) is not served: clients retry with POST.
-        res.status = req.method == "M-POST" ? 501 : 405;
-        if (res.status == 405) res.set_header("Allow", "POST");
-        return httplib::Server::HandlerResponse::Handled;
-    });
-    // httplib refuses methods it does not know, M-POST among them, before
-    // routing; DSP0200 wants 501 for it.
-    srv.set_error_handler([](const httplib::Request &req, httplib::Response &res) {
-        if (req.method == "M-POST") res.status = 501;
-    });
-    srv.Post(".*", [&s](const httplib::Request &req, httplib::Response &res) { s.handle(req, res); });
-    srv.set_exception_handler([](const httplib::Request &, httplib::Response &res, std::exception_ptr) {
-        res.status = 500;
-    });
-    srv.set_logger([&s](const httplib::Request &req, const httplib::Response &res) { s.writeLog(req, res); });
+HttpServer::HttpServer(const CimService &service, const Users *users, ServerOptions options, LogSink log) {
+    if (options.authenticate && users == nullptr) throw std::invalid_argument("authentication needs a users file");
+    if (!options.authenticate) users = nullptr;
+    impl_ = std::make_unique<Impl>(service, users, std::move(options), std::move(log));
 }
 
-HttpServer::~HttpServer() { stop(); }
+HttpServer::~HttpServer() = default;
 
-int HttpServer::bind() {
+HttpServer::Ports HttpServer::bind() {
     Impl &s = *impl_;
-    int port = s.options.port;
-    if (port == 0) {
-        port = s.server.bind_to_any_port(s.options.address);
-    } else if (!s.server.bind_to_port(s.options.address, port)) {
-        port = -1;
+    Ports ports;
+    const bool https = !s.options.certFile.empty() || !s.options.keyFile.empty();
+    ListenerConfig tlsConfig = s.config();
+    if (https) {
+        if (s.options.certFile.empty() || s.options.keyFile.empty())
+            throw std::runtime_error("HTTPS needs both --cert and --key");
+        tlsConfig.certPem = fileText(s.options.certFile);
+        tlsConfig.keyPem = fileText(s.options.keyFile);
     }
-    if (port < 0)
-        throw std::runtime_error("cannot listen on " + s.options.address + ":" + std::to_string(s.options.port));
-    return port;
+    auto [fd, port] = listenOn(s.options.address, s.options.port);
+    s.listeners.push_back(std::make_unique<Listener>(fd, s.config(), s.cim, s.pool, s.admission, s.log));
+    ports.http = port;
+    if (https) {
+        auto [tlsFd, tlsPort] = listenOn(s.options.address, s.options.httpsPort);
+        s.listeners.push_back(std::make_unique<Listener>(tlsFd, std::move(tlsConfig), s.cim, s.pool, s.admission, s.log));
+        ports.https = tlsPort;
+    }
+    return ports;
 }
 
-void HttpServer::run() { impl_->server.listen_after_bind(); }
+bool HttpServer::run() {
+    Impl &s = *impl_;
+    std::vector<std::thread> loops;
+    std::vector<char> clean(s.listeners.size(), 0);
+    for (std::size_t i = 0; i < s.listeners.size(); ++i)
+        loops.emplace_back([&s, &clean, i] { clean[i] = s.listeners[i]->run(s.stopping, [&s] { return s.drainDeadline(); }); });
+    for (std::thread &t : loops) t.join();
+    bool allClean = true;
+    for (char c : clean) allClean = allClean && c != 0;
+    if (!allClean) {
+        s.pool.stop(Clock::now());
+        return false;
+    }
+    s.listeners.clear();
+    return s.pool.stop(s.drainDeadline());
+}
 
-void HttpServer::stop() { impl_->server.stop(); }
+void HttpServer::stop() { impl_->stopping.store(true); }
 
 }  // namespace cimserver

@@ -2,6 +2,8 @@
 // outside the body: a document type declaration stops it (no entity of ours
 // can be declared, so none can expand), the network is off, and counting
 // hooks stop it once the element count or nesting depth passes the bounds.
+// Attributes are counted in one pass over the text before the parser runs:
+// its duplicate check compares an element's attributes pair by pair.
 #include "CimRequest.h"
 
 #include "Schema.h"
@@ -60,6 +62,7 @@ struct Guard {
     const DecodeLimits &limits;
     startElementNsSAX2Func startElement = nullptr;
     std::size_t elements = 0;
+    std::size_t attributes = 0;
     std::string refused;  // why the hooks stopped the parser
 };
 
@@ -75,7 +78,52 @@ void boundedStart(void *ctx, const xmlChar *localname, const xmlChar *prefix, co
     auto *guard = static_cast<Guard *>(ctxt->_private);
     if (++guard->elements > guard->limits.maxElements) return refuse(ctxt, "too many elements");
     if (ctxt->nameNr > guard->limits.maxDepth) return refuse(ctxt, "elements nested too deeply");
+    const auto count = static_cast<std::size_t>(nbAttributes < 0 ? 0 : nbAttributes);
+    guard->attributes += count;
+    if (count > guard->limits.maxAttributesPerElement || guard->attributes > guard->limits.maxAttributes)
+        return refuse(ctxt, "too many attributes");
     guard->startElement(ctx, localname, prefix, uri, nbNamespaces, namespaces, nbAttributes, nbDefaulted, attributes);
+}
+
+// The attributes of every start tag, counted as '=' outside quoted values;
+// comments, CDATA sections, processing instructions and declarations are
+// skipped whole. Returns why the body is refused, or empty.
+std::string countAttributes(std::string_view body, const DecodeLimits &limits) {
+    std::size_t total = 0;
+    auto skipPast = [&](std::size_t from, std::string_view end) {
+        std::size_t at = body.find(end, from);
+        return at == std::string_view::npos ? body.size() : at + end.size();
+    };
+    for (std::size_t i = body.find('<'); i < body.size(); i = body.find('<', i)) {
+        std::string_view rest = body.substr(i);
+        if (rest.starts_with("<!--")) {
+            i = skipPast(i + 4, "-->");
+        } else if (rest.starts_with("<![CDATA[")) {
+            i = skipPast(i + 9, "]]>");
+        } else if (rest.starts_with("<?")) {
+            i = skipPast(i + 2, "?>");
+        } else if (rest.starts_with("<!") || rest.starts_with("</")) {
+            i = skipPast(i + 2, ">");
+        } else {
+            std::size_t n = 0;
+            char quote = 0;
+            for (++i; i < body.size(); ++i) {
+                char c = body[i];
+                if (quote != 0) {
+                    if (c == quote) quote = 0;
+                } else if (c == '"' || c == '\'') {
+                    quote = c;
+                } else if (c == '=') {
+                    ++n;
+                } else if (c == '>') {
+                    break;
+                }
+            }
+            total += n;
+            if (n > limits.maxAttributesPerElement || total > limits.maxAttributes) return "too many attributes";
+        }
+    }
+    return {};
 }
 
 void noDocumentType(void *ctx, const xmlChar *, const xmlChar *, const xmlChar *) {
@@ -92,9 +140,10 @@ using DocPtr = std::unique_ptr<xmlDoc, DocFree>;
 
 DocPtr parse(std::string_view body, const DecodeLimits &limits) {
     if (body.size() > limits.maxBytes) invalid("body larger than the limit");
+    if (std::string why = countAttributes(body, limits); !why.empty()) invalid(why);
     std::unique_ptr<xmlParserCtxt, CtxtFree> ctxt(xmlNewParserCtxt());
     if (!ctxt) throw std::bad_alloc();
-    Guard guard{limits, nullptr, 0, {}};
+    Guard guard{limits, nullptr, 0, 0, {}};
     guard.startElement = ctxt->sax->startElementNs;
     ctxt->sax->startElementNs = boundedStart;
     ctxt->sax->internalSubset = noDocumentType;

@@ -42,9 +42,25 @@ bool sameBytes(const std::string &a, const std::string &b) {
     return a.size() == b.size() && CRYPTO_memcmp(a.data(), b.data(), a.size()) == 0;
 }
 
+// crypt(3) of the password with the hash as its setting; empty when the hash
+// cannot be used.
+std::string cryptWith(const std::string &password, const std::string &hash) {
+    auto data = std::make_unique<crypt_data>();
+    const char *result = crypt_r(password.c_str(), hash.c_str(), data.get());
+    std::string out = result != nullptr && result[0] != '*' ? result : "";
+    OPENSSL_cleanse(data.get(), sizeof(crypt_data));
+    return out;
+}
+
 }  // namespace
 
-Users Users::parse(const std::string &text, const std::string &origin) {
+bool Users::strongKind(const std::string &hash) {
+    for (const char *prefix : {"$y$", "$gy$", "$7$"})
+        if (hash.rfind(prefix, 0) == 0) return true;
+    return false;
+}
+
+Users Users::parse(const std::string &text, const std::string &origin, UsersPolicy policy) {
     Users users;
     std::istringstream in(text);
     std::string line;
@@ -59,7 +75,11 @@ Users Users::parse(const std::string &text, const std::string &origin) {
         User u{line.substr(0, first), line.substr(first + 1, last - first - 1), 0};
         std::string level = line.substr(last + 1);
         if (u.name.empty()) bad("empty user name");
-        if (u.hash.size() < 4 || u.hash[0] != '$') bad("the password must be a crypt hash ($y$ or $6$...)");
+        if (u.hash.size() < 4 || u.hash[0] != '$') bad("the password must be a crypt hash ($y$...)");
+        if (!strongKind(u.hash) && !policy.allowWeakHashes)
+            bad("hash kind weaker than yescrypt (make a new hash with --hash-password, or allow weak hashes)");
+        if (cryptWith("probe", u.hash).size() != u.hash.size()) bad("the hash cannot be used");
+        if (sameBytes(cryptWith("", u.hash), u.hash)) bad("the hash is of the empty password");
         if (level.empty() || level.size() > 3 || level.find_first_not_of("0123456789") != std::string::npos)
             bad("the level must be a number from 0 to 255");
         u.level = static_cast<unsigned>(std::stoul(level));
@@ -71,32 +91,33 @@ Users Users::parse(const std::string &text, const std::string &origin) {
     return users;
 }
 
-Users Users::load(const std::string &path) {
+Users Users::load(const std::string &path, UsersPolicy policy) {
     std::ifstream in(path);
     if (!in) throw std::runtime_error(path + ": cannot be read");
     std::stringstream text;
     text << in.rdbuf();
-    return parse(text.str(), path);
+    return parse(text.str(), path, policy);
+}
+
+const std::string &Users::hashFor(const std::string &name) const {
+    for (const User &u : users_)
+        if (u.name == name) return u.hash;
+    static const std::string nobody = hashPassword("unusable password of nobody");
+    return users_.empty() ? nobody : users_.front().hash;
 }
 
 bool Users::verify(const std::string &name, const std::string &password) const {
-    const User *user = nullptr;
-    for (const User &u : users_)
-        if (u.name == name) user = &u;
+    bool known = false;
+    for (const User &u : users_) known = known || u.name == name;
     std::string d = digest(name, password);
-    if (user != nullptr) {
+    if (known) {
         std::lock_guard lock(cacheMutex_);
         auto it = verified_.find(name);
         if (it != verified_.end() && sameBytes(it->second, d)) return true;
     }
-    // An unknown user costs the same hash as a known one: the time of a
-    // refusal tells nothing about which names exist.
-    static const std::string nobody = hashPassword("");
-    const std::string &hash = user != nullptr ? user->hash : nobody;
-    auto data = std::make_unique<crypt_data>();
-    const char *result = crypt_r(password.c_str(), hash.c_str(), data.get());
-    bool ok = user != nullptr && result != nullptr && result[0] != '*' && sameBytes(result, hash);
-    OPENSSL_cleanse(data.get(), sizeof(crypt_data));
+    const std::string &hash = hashFor(name);
+    std::string result = cryptWith(password, hash);
+    bool ok = known && !result.empty() && sameBytes(result, hash) && password.find('\0') == std::string::npos;
     if (ok) {
         std::lock_guard lock(cacheMutex_);
         verified_[name] = d;

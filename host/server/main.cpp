@@ -1,6 +1,7 @@
-// tovra-cimd: serves CIM-XML over HTTP (DSP0200) from our CMPI host, so that
-// standard WBEM clients reach the provider libraries without a CIMOM.
-// Exit status: 0 after a clean stop (SIGTERM or SIGINT), 2 when it cannot start.
+// tovra-cimd: serves CIM-XML over HTTP and HTTPS (DSP0200) from our CMPI
+// host, so that standard WBEM clients reach the provider libraries without a
+// CIMOM. Exit status: 0 after a stop (SIGTERM or SIGINT), 2 when it cannot
+// start.
 #include "ClassCatalog.h"
 #include "CimService.h"
 #include "Host.h"
@@ -11,6 +12,7 @@
 #include <libxml/parser.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <cstdio>
 #include <iostream>
 #include <mutex>
@@ -31,8 +33,8 @@ std::string machineName() {
 
 int hashPasswordCommand() {
     std::string password;
-    if (!std::getline(std::cin, password) || password.empty()) {
-        std::cerr << "tovra-cimd: give the password on standard input\n";
+    if (!std::getline(std::cin, password) || password.empty() || password.find('\0') != std::string::npos) {
+        std::cerr << "tovra-cimd: give the password (not empty, no NUL) on standard input\n";
         return 2;
     }
     std::cout << hashPassword(password) << '\n';
@@ -46,16 +48,48 @@ int main(int argc, char **argv) {
     cimhost::HostOptions hostOptions;
     ServerOptions serverOptions;
     std::string usersFile;
+    UsersPolicy usersPolicy;
     bool noAuth = false, useSyslog = false, hashOnly = false;
     app.add_option("--mof", hostOptions.mofPaths, "MOF file or directory")->required(false);
     app.add_option("--registration", hostOptions.registrationFile, "provider registration file");
     app.add_option("--provider-dir", hostOptions.providerDirs, "where provider libraries are found");
     app.add_option("--listen", serverOptions.address, "address to listen on")->capture_default_str();
-    app.add_option("--port", serverOptions.port, "port; 0 picks a free one")->capture_default_str();
-    app.add_option("--threads", serverOptions.threads, "worker threads")->capture_default_str()->check(CLI::Range(1, 256));
-    app.add_option("--queue", serverOptions.queue, "connections waiting for a worker")->capture_default_str();
-    app.add_option("--max-body", serverOptions.limits.maxBytes, "largest request body in bytes")->capture_default_str();
+    app.add_option("--port", serverOptions.port, "HTTP port; 0 picks a free one")->capture_default_str();
+    app.add_option("--https-port", serverOptions.httpsPort, "HTTPS port, served with --cert and --key; 0 picks a free one")
+        ->capture_default_str();
+    app.add_option("--cert", serverOptions.certFile, "PEM certificate (chain) for HTTPS")->check(CLI::ExistingFile);
+    app.add_option("--key", serverOptions.keyFile, "PEM private key for HTTPS")->check(CLI::ExistingFile);
+    app.add_option("--threads", serverOptions.threads, "workers running operations")->capture_default_str()->check(CLI::Range(1, 256));
+    app.add_option("--queue", serverOptions.queue, "operations waiting for a worker (beyond: 503)")->capture_default_str()
+        ->check(CLI::Range(1, 100000));
+    app.add_option("--max-body", serverOptions.limits.maxBytes, "largest request body in bytes, whatever its framing")
+        ->capture_default_str()->check(CLI::Range(1, 1 << 30));
+    app.add_option("--max-header-bytes", serverOptions.maxHeaderBytes, "largest request head (request line and headers) in bytes")
+        ->capture_default_str()->check(CLI::Range(1024, 1 << 20));
+    app.add_option("--max-headers", serverOptions.maxHeaders, "most header lines in a request")->capture_default_str()
+        ->check(CLI::Range(1, 10000));
+    app.add_option("--max-connections", serverOptions.maxConnections, "open connections in total (beyond: 503)")
+        ->capture_default_str()->check(CLI::Range(1, 100000));
+    app.add_option("--max-connections-per-address", serverOptions.maxConnectionsPerAddress,
+                   "open connections from one client address (beyond: 503)")->capture_default_str()->check(CLI::Range(1, 100000));
+    app.add_option("--request-timeout", serverOptions.requestTimeout,
+                   "seconds for a whole request to arrive, and for a reply to be taken")->capture_default_str()
+        ->check(CLI::Range(0.05, 3600.0));
+    app.add_option("--idle-timeout", serverOptions.idleTimeout, "seconds a connection may stay silent")->capture_default_str()
+        ->check(CLI::Range(1.0, 3600.0));
+    app.add_option("--shutdown-timeout", serverOptions.shutdownTimeout,
+                   "seconds operations in flight get to finish after SIGTERM")->capture_default_str()->check(CLI::Range(0.0, 3600.0));
+    app.add_option("--max-xml-depth", serverOptions.limits.maxDepth, "deepest element nesting of a request")
+        ->capture_default_str()->check(CLI::Range(8, 1000));
+    app.add_option("--max-xml-elements", serverOptions.limits.maxElements, "most elements in a request")
+        ->capture_default_str()->check(CLI::Range(16, 10000000));
+    app.add_option("--max-xml-attributes", serverOptions.limits.maxAttributes, "most attributes in a request")
+        ->capture_default_str()->check(CLI::Range(16, 10000000));
+    app.add_option("--max-xml-attributes-per-element", serverOptions.limits.maxAttributesPerElement,
+                   "most attributes on one element")->capture_default_str()->check(CLI::Range(8, 10000));
     app.add_option("--users", usersFile, "users file: name:crypt-hash:level lines");
+    app.add_flag("--allow-weak-hashes", usersPolicy.allowWeakHashes,
+                 "accept users-file hash kinds weaker than yescrypt (SHA-512, bcrypt, MD5)");
     app.add_flag("--no-auth", noAuth, "serve without authentication (methods are then refused)");
     app.add_flag("--syslog", useSyslog, "log requests to syslog instead of standard error");
     app.add_flag("--echo-broker-log", hostOptions.echoBrokerLog, "broker log lines also to standard error");
@@ -94,7 +128,7 @@ int main(int argc, char **argv) {
 
     try {
         std::optional<Users> users;
-        if (!noAuth) users.emplace(Users::load(usersFile));
+        if (!noAuth) users.emplace(Users::load(usersFile, usersPolicy));
         serverOptions.authenticate = !noAuth;
         cimhost::Host host(hostOptions);
         if (users)
@@ -102,8 +136,10 @@ int main(int argc, char **argv) {
         ClassCatalog catalog(hostOptions.mofPaths);
         CimService service(host, catalog, machineName());
         HttpServer server(service, users ? &*users : nullptr, serverOptions, log);
-        int port = server.bind();
-        std::printf("tovra-cimd: listening on http://%s:%d/cimom\n", serverOptions.address.c_str(), port);
+        HttpServer::Ports ports = server.bind();
+        if (ports.https >= 0)
+            std::printf("tovra-cimd: listening on https://%s:%d/cimom\n", serverOptions.address.c_str(), ports.https);
+        std::printf("tovra-cimd: listening on http://%s:%d/cimom\n", serverOptions.address.c_str(), ports.http);
         std::fflush(stdout);
 
         std::thread stopper([&] {
@@ -111,10 +147,17 @@ int main(int argc, char **argv) {
             sigwait(&stopSignals, &sig);
             server.stop();
         });
-        server.run();
+        bool clean = server.run();
         // Stopped some other way: wake the signal thread so it can end.
         pthread_kill(stopper.native_handle(), SIGTERM);
         stopper.join();
+        if (!clean) {
+            // An operation still runs on a worker: leave without unwinding
+            // the host it uses.
+            log("stopped with an operation unfinished after the shutdown deadline");
+            std::fflush(stderr);
+            std::_Exit(0);
+        }
         log("stopped");
     } catch (const std::exception &e) {
         std::fprintf(stderr, "tovra-cimd: %s\n", e.what());

@@ -4,6 +4,8 @@
 #include "Users.h"
 #include "XmlWriter.h"
 
+#include <crypt.h>
+
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -198,33 +200,73 @@ TEST(CimXmlWrite, RealsInTheirShortestForm) {
                    "</KEYBINDING>\n</INSTANCENAME>\n");
 }
 
-TEST(UsersFile, AcceptsHashesOnly) {
+TEST(UsersFile, AcceptsStrongHashesOfRealPasswordsOnly) {
     const std::string hash = hashPassword("pw");
+    auto cryptOf = [](const char *password, const char *setting) {
+        crypt_data data{};
+        return std::string(crypt_r(password, setting, &data));
+    };
+    const std::string sha512 = cryptOf("pw", "$6$saltsaltsalt$");
+    const std::string emptyYescrypt = cryptOf("", hash.substr(0, hash.rfind('$') + 1).c_str());
+    const std::string emptySha512 = cryptOf("", "$6$saltsaltsalt$");
     struct Case {
         const char *name;
         std::string text;
-        bool loads;
+        bool loads;             // with the default policy
+        bool loadsAllowingWeak;
     };
     const std::vector<Case> cases = {
-        {"hash and level", "# comment\n\nalice:" + hash + ":5\n", true},
-        {"SHA-512 hash", "bob:$6$salt$abcdefghijklmnop:1\n", true},
-        {"plain-text password", "alice:secret:5\n", false},
-        {"missing level", "alice:" + hash + "\n", false},
-        {"level out of range", "alice:" + hash + ":256\n", false},
-        {"user listed twice", "a:" + hash + ":1\na:" + hash + ":2\n", false},
-        {"empty name", ":" + hash + ":1\n", false},
+        {"hash and level", "# comment\n\nalice:" + hash + ":5\n", true, true},
+        {"SHA-512 hash", "bob:" + sha512 + ":1\n", false, true},
+        {"MD5 hash", "bob:" + cryptOf("pw", "$1$saltsalt$") + ":1\n", false, true},
+        {"hash of the empty password", "bob:" + emptyYescrypt + ":1\n", false, false},
+        {"SHA-512 hash of the empty password", "bob:" + emptySha512 + ":1\n", false, false},
+        {"hash that cannot be used", "bob:$6$salt$abcdefghijklmnop:1\n", false, false},
+        {"unknown hash kind", "bob:$zz$abc$def:1\n", false, false},
+        {"plain-text password", "alice:secret:5\n", false, false},
+        {"missing level", "alice:" + hash + "\n", false, false},
+        {"level out of range", "alice:" + hash + ":256\n", false, false},
+        {"user listed twice", "a:" + hash + ":1\na:" + hash + ":2\n", false, false},
+        {"empty name", ":" + hash + ":1\n", false, false},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
-        if (c.loads)
-            EXPECT_NO_THROW(Users::parse(c.text, "users"));
-        else
-            EXPECT_THROW(Users::parse(c.text, "users"), std::runtime_error);
+        for (bool weak : {false, true}) {
+            bool expected = weak ? c.loadsAllowingWeak : c.loads;
+            if (expected)
+                EXPECT_NO_THROW(Users::parse(c.text, "users", UsersPolicy{weak}));
+            else
+                EXPECT_THROW(Users::parse(c.text, "users", UsersPolicy{weak}), std::runtime_error);
+        }
     }
-    Users users = Users::parse("alice:" + hash + ":5\n", "users");
+}
+
+TEST(UsersFile, VerifiesPasswords) {
+    const std::string hash = hashPassword("pw");
+    Users users = Users::parse("alice:" + hash + ":5\nbob:" + hashPassword("other") + ":1\n", "users");
+    struct Case {
+        const char *name;
+        const char *user;
+        std::string password;
+        bool ok;
+    };
+    const std::vector<Case> cases = {
+        {"right password", "alice", "pw", true},
+        {"right password again, remembered", "alice", "pw", true},
+        {"wrong case", "alice", "PW", false},
+        {"another user's password", "bob", "pw", false},
+        {"unknown user", "carol", "pw", false},
+        {"a NUL after the password", "alice", std::string("pw\0tail", 7), false},
+        {"empty password", "alice", "", false},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(users.verify(c.user, c.password), c.ok);
+    }
     EXPECT_EQ(users.all().front().level, 5u);
-    EXPECT_TRUE(users.verify("alice", "pw"));
-    EXPECT_TRUE(users.verify("alice", "pw"));  // remembered
-    EXPECT_FALSE(users.verify("alice", "PW"));
-    EXPECT_FALSE(users.verify("bob", "pw"));
+    // An unknown user is checked against a hash of the same kind and cost as
+    // a known one: yescrypt with the same parameters.
+    auto setting = [](const std::string &h) { return h.substr(0, h.find('$', 3) + 1); };
+    EXPECT_EQ(setting(users.hashFor("carol")), setting(hash));
+    EXPECT_EQ(setting(hash).substr(0, 3), "$y$");
 }

@@ -97,7 +97,10 @@ ServerProcess::ServerProcess(std::vector<std::string> extraArgs, std::vector<std
                              const Library &library) {
     logPath_ = tempPath("log-" + std::to_string(reinterpret_cast<uintptr_t>(this)));
     std::vector<std::string> argv = {TOVRA_CIMD,     "--mof",          library.mof, "--registration",
-                                     library.registration, "--provider-dir", library.providerDir, "--port", "0"};
+                                     library.registration, "--provider-dir", library.providerDir};
+    bool portGiven = false;
+    for (const std::string &a : extraArgs) portGiven = portGiven || a == "--port";
+    if (!portGiven) argv.insert(argv.end(), {"--port", "0"});
     argv.insert(argv.end(), extraArgs.begin(), extraArgs.end());
     std::vector<std::string> env;
     for (char **e = environ; *e != nullptr; ++e)
@@ -122,15 +125,23 @@ ServerProcess::ServerProcess(std::vector<std::string> extraArgs, std::vector<std
         close(out[0]);
         throw std::runtime_error("cannot start tovra-cimd");
     }
-    std::string banner =
-        readUntil(out[0], std::chrono::steady_clock::now() + std::chrono::seconds(60), "/cimom\n");
+    // The HTTP line comes last; an HTTPS line may come before it.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    std::string banner;
+    while (banner.find("http://127.0.0.1:") == std::string::npos) {
+        std::string more = readUntil(out[0], deadline, "/cimom\n");
+        if (more.empty()) break;
+        banner += more;
+    }
     close(out[0]);
-    auto at = banner.find("127.0.0.1:");
+    auto at = banner.find("http://127.0.0.1:");
     if (at == std::string::npos) {
         stop();
         throw std::runtime_error("tovra-cimd did not start: " + banner + log());
     }
-    port_ = std::atoi(banner.c_str() + at + 10);
+    port_ = std::atoi(banner.c_str() + at + 17);
+    if (auto tls = banner.find("https://127.0.0.1:"); tls != std::string::npos)
+        httpsPort_ = std::atoi(banner.c_str() + tls + 18);
 }
 
 ServerProcess::~ServerProcess() {
@@ -143,17 +154,26 @@ std::string ServerProcess::url(const std::string &user, const std::string &passw
     return "http://" + auth + "127.0.0.1:" + std::to_string(port_);
 }
 
-int ServerProcess::stop() {
+int ServerProcess::stop(std::chrono::milliseconds limit) {
     if (pid_ < 0) return -1;
     int status = 0;
     kill(pid_, SIGTERM);
-    bool ended = waitExit(pid_, status, std::chrono::seconds(30));
+    bool ended = waitExit(pid_, status, limit);
     if (!ended) {
         kill(pid_, SIGKILL);
         waitpid(pid_, &status, 0);
     }
     pid_ = -1;
     return ended && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+long ServerProcess::residentKiB() const {
+    if (pid_ < 0) return -1;
+    std::ifstream in("/proc/" + std::to_string(pid_) + "/status");
+    std::string line;
+    while (std::getline(in, line))
+        if (line.rfind("VmRSS:", 0) == 0) return std::atol(line.c_str() + 6);
+    return -1;
 }
 
 std::string ServerProcess::log() const {
@@ -273,6 +293,78 @@ std::string intrinsicBody(const std::string &method, const std::string &params, 
            "PROTOCOLVERSION=\"1.0\"><SIMPLEREQ><IMETHODCALL NAME=\"" +
            method + "\"><LOCALNAMESPACEPATH>" + nsXml + "</LOCALNAMESPACEPATH>" + params +
            "</IMETHODCALL></SIMPLEREQ></MESSAGE></CIM>";
+}
+
+}  // namespace servertest
+
+namespace servertest {
+
+Connection::Connection(int port, const char *from) {
+    fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd_ < 0) return;
+    sockaddr_in local{};
+    local.sin_family = AF_INET;
+    inet_pton(AF_INET, from, &local.sin_addr);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_port = htons(static_cast<uint16_t>(port));
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (bind(fd_, reinterpret_cast<sockaddr *>(&local), sizeof local) != 0 ||
+        connect(fd_, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0) {
+        close(fd_);
+        fd_ = -1;
+    }
+}
+
+Connection::~Connection() {
+    if (fd_ >= 0) close(fd_);
+}
+
+bool Connection::send(const std::string &bytes) {
+    size_t sent = 0;
+    while (fd_ >= 0 && sent < bytes.size()) {
+        ssize_t n = ::send(fd_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+        if (n <= 0) return false;
+        sent += static_cast<size_t>(n);
+    }
+    return fd_ >= 0;
+}
+
+std::string Connection::response(std::chrono::milliseconds limit) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    for (;;) {
+        if (wholeResponse(pending_)) {
+            size_t end = pending_.find("\r\n\r\n");
+            std::string head = pending_.substr(0, end);
+            for (char &c : head) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+            size_t at = head.find("\r\ncontent-length:");
+            size_t total = end + 4 + std::stoul(head.substr(at + 17));
+            std::string one = pending_.substr(0, total);
+            pending_.erase(0, total);
+            return one;
+        }
+        std::string more;
+        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        pollfd p{fd_, POLLIN, 0};
+        if (fd_ >= 0 && left.count() > 0 && poll(&p, 1, static_cast<int>(left.count())) > 0) {
+            char buf[65536];
+            ssize_t n = read(fd_, buf, sizeof buf);
+            if (n > 0) more.assign(buf, static_cast<size_t>(n));
+        }
+        if (more.empty()) {
+            std::string partial = std::move(pending_);
+            pending_.clear();
+            return partial;
+        }
+        pending_ += more;
+    }
+}
+
+std::string Connection::rest(std::chrono::milliseconds limit) {
+    std::string out = std::move(pending_);
+    pending_.clear();
+    if (fd_ >= 0) out += readUntil(fd_, std::chrono::steady_clock::now() + limit);
+    return out;
 }
 
 }  // namespace servertest

@@ -2,6 +2,7 @@
 // the simulator preloaded, listening on a free loopback port.
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -24,14 +25,20 @@ public:
     ServerProcess &operator=(const ServerProcess &) = delete;
 
     int port() const { return port_; }
+    int httpsPort() const { return httpsPort_; }  // 0 when HTTPS is not served
+    int pid() const { return pid_; }
     std::string url(const std::string &user = {}, const std::string &password = {}) const;
-    // SIGTERM, then the exit status (-1 when it did not end in time or died of a signal).
-    int stop();
+    // SIGTERM, then the exit status (-1 when it did not end within the limit
+    // or died of a signal; it is then killed).
+    int stop(std::chrono::milliseconds limit = std::chrono::seconds(30));
+    // VmRSS from /proc/<pid>/status, in KiB; -1 when the process is gone.
+    long residentKiB() const;
     std::string log() const;  // what it wrote to standard error
 
 private:
     int pid_ = -1;
     int port_ = 0;
+    int httpsPort_ = 0;
     std::string logPath_;
 };
 
@@ -45,8 +52,32 @@ struct Run {
 // Runs a program (searched in PATH) without the preload.
 Run runProgram(const std::vector<std::string> &argv);
 
-// Sends raw bytes, then reads until the server closes or the timeout passes.
+// Sends raw bytes, then reads until the server closes, a whole response has
+// come, or the timeout passes.
 std::string rawExchange(int port, const std::string &request, int timeoutMs = 10000);
+
+// A TCP connection to the server from a chosen loopback address (so that
+// per-address limits can tell attackers from a normal client).
+class Connection {
+public:
+    explicit Connection(int port, const char *from = "127.0.0.1");
+    ~Connection();
+    Connection(const Connection &) = delete;
+    Connection &operator=(const Connection &) = delete;
+
+    bool open() const { return fd_ >= 0; }
+    // False once the server has closed the connection.
+    bool send(const std::string &bytes);
+    // One whole response (Content-Length framed), or what came before the
+    // server closed or the deadline passed.
+    std::string response(std::chrono::milliseconds limit);
+    // Everything until the server closes or the deadline passes.
+    std::string rest(std::chrono::milliseconds limit);
+
+private:
+    int fd_ = -1;
+    std::string pending_;
+};
 
 // A complete CIM operation request; headers given replace the defaults.
 std::string cimPost(const std::string &body, const std::vector<std::pair<std::string, std::string>> &headers = {},
