@@ -1,6 +1,7 @@
 // How a host is set up.
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,9 @@ struct HostOptions {
     // broker up-calls.
     enum class ProcessLayout { ByLibrary, PerProvider };
     ProcessLayout layout = ProcessLayout::ByLibrary;
+    // The layouts by the names the command lines take.
+    static inline const std::map<std::string, ProcessLayout> kLayoutNames = {
+        {"library", ProcessLayout::ByLibrary}, {"provider", ProcessLayout::PerProvider}};
 
     // Emulates a CMPI 1.0-level stock CIMOM: brokerVersion 0, EncFT version 1,
     // and the 2.0-only slots (EncFT 17-20, InstanceFT 10, ResultFT 7) NULL.

@@ -102,6 +102,9 @@ int main(int argc, char **argv) {
     app.add_option("--permission", permissions, "user=level answered by the authorization service (repeatable)")
         ->take_all()
         ->expected(1);
+    app.add_option("--layout", options.layout,
+                   "provider processes: one per provider library (a stock CIMOM's default) or one per provider")
+        ->transform(CLI::CheckedTransformer(HostOptions::kLayoutNames));
     app.add_flag("--json", json, "print JSON");
     app.add_flag("--verbose", options.echoBrokerLog, "print the host's log (provider load failures, type warnings)");
 

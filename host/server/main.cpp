@@ -53,6 +53,9 @@ int main(int argc, char **argv) {
     app.add_option("--mof", hostOptions.mofPaths, "MOF file or directory")->required(false);
     app.add_option("--registration", hostOptions.registrationFile, "provider registration file");
     app.add_option("--provider-dir", hostOptions.providerDirs, "where provider libraries are found");
+    app.add_option("--layout", hostOptions.layout,
+                   "provider processes: one per provider library (a stock CIMOM's default) or one per provider")
+        ->transform(CLI::CheckedTransformer(cimhost::HostOptions::kLayoutNames));
     app.add_option("--listen", serverOptions.address, "address to listen on")->capture_default_str();
     app.add_option("--port", serverOptions.port, "HTTP port; 0 picks a free one")->capture_default_str();
     app.add_option("--https-port", serverOptions.httpsPort, "HTTPS port, served with --cert and --key; 0 picks a free one")

@@ -3,6 +3,7 @@
 // methods (a module without any answers unknown names with success).
 #pragma once
 
+#include "CacheEpochs.h"
 #include "MethodArgs.h"
 #include "Privilege.h"
 #include "ProviderFrame.h"
@@ -41,7 +42,10 @@ private:
             CMPIStatus denied{CMPI_RC_ERR_FAILED, CMNewString(broker, message.c_str(), nullptr)};
             return denied;
         }
+        // The module's own cache is stale from here on, in this process and
+        // in any other that serves the class too.
         S::SetInstTime.store(0);
+        announceCacheReset({M::kClass});
         if (method != nullptr && std::strcmp(method, "TimeCalibration") == 0) {
             CMReturnData(rslt, "OK", CMPI_chars);
             CMReturnDone(rslt);

@@ -136,6 +136,46 @@ TEST_F(Providers, AssociationsReachTheOtherEndsThroughTheBroker) {
     EXPECT_EQ(pair.instances[0].path, pairs.paths[2]);
 }
 
+// Up-calls are serialised per provider process, as a stock CIMOM does: one
+// made while serving an up-call of the same process would wait forever
+// there, so it fails at once, naming both calls, and so does the request.
+TEST(UpcallLocks, ANestedUpcallFailsFastNamingBothCalls) {
+    using Layout = cimhost::HostOptions::ProcessLayout;
+    struct Case {
+        Layout layout;
+        const char *method;
+        CMPIrc rc;
+        const char *message;
+    };
+    const std::string nested =
+        "nested up-call would deadlock a stock CIMOM: InvokeMethod VMware_UserAuthorizationService.CheckPermissions "
+        "made by TestWidgetProvider InvokeMethod Test_Widget waits for the up-call lock of provider process ";
+    const std::string holder = ", held by InvokeMethod Test_Widget.CheckAccess made by TestWidgetProvider InvokeMethod Test_Widget";
+    const Case cases[] = {
+        {Layout::ByLibrary, "Nest", CMPI_RC_ERR_FAILED, "libcimhost_testprovider.so"},
+        {Layout::PerProvider, "Nest", CMPI_RC_ERR_FAILED, "TestWidgetProvider"},
+        // One up-call from a client's request is served.
+        {Layout::ByLibrary, "CheckAccess", CMPI_RC_OK, ""},
+        {Layout::PerProvider, "CheckAccess", CMPI_RC_OK, ""},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(std::string(c.method) + (c.layout == Layout::ByLibrary ? " by library" : " per provider"));
+        cimhost::HostOptions options = testOptions();
+        options.layout = c.layout;
+        cimhost::Host host(options);
+        host.setPermission("alice", 5);
+        const Reply r = host.invokeMethod(host.path(kNs, "Test_Widget", {{"Name", Value::string("alpha")}}), c.method);
+        EXPECT_EQ(r.rc, c.rc);
+        if (c.rc == CMPI_RC_OK) {
+            EXPECT_EQ(r.returnValue, Value::u8(5));
+        } else {
+            EXPECT_EQ(r.message, nested + c.message + holder);
+            const auto log = host.brokerLog();
+            EXPECT_NE(std::find(log.begin(), log.end(), r.message), log.end()) << "the refusal is logged";
+        }
+    }
+}
+
 TEST_F(Providers, MethodArgumentsTakeTheDeclaredTypes) {
     Reply r = host.invokeMethod(widget("alpha"), "describe",
                                 {{"Slot", Value::u32(3)},

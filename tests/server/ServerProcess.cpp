@@ -16,6 +16,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <sstream>
@@ -104,9 +105,15 @@ ServerProcess::ServerProcess(std::vector<std::string> extraArgs, std::vector<std
     argv.insert(argv.end(), extraArgs.begin(), extraArgs.end());
     std::vector<std::string> env;
     for (char **e = environ; *e != nullptr; ++e)
-        if (std::strncmp(*e, "LD_PRELOAD=", 11) != 0 && std::strncmp(*e, "TOVRA_SIM_", 10) != 0) env.emplace_back(*e);
+        if (std::strncmp(*e, "LD_PRELOAD=", 11) != 0 && std::strncmp(*e, "TOVRA_SIM_", 10) != 0 &&
+            std::strncmp(*e, "TOVRA_CACHE_EPOCHS=", 19) != 0)
+            env.emplace_back(*e);
     env.push_back(std::string("LD_PRELOAD=") + TOVRA_SERVER_PRELOAD);
     env.push_back("TOVRA_SIM_CLOCK=virtual");
+    // Unless told otherwise, each server keeps its cache reset counters to
+    // itself: servers of other tests serve other simulated adapters.
+    if (std::none_of(extraEnv.begin(), extraEnv.end(), [](const std::string &e) { return e.starts_with("TOVRA_CACHE_EPOCHS="); }))
+        env.push_back("TOVRA_CACHE_EPOCHS=");
     if (std::string(TOVRA_ASAN_OPTIONS).size() > 0) env.push_back(TOVRA_ASAN_OPTIONS);
     env.insert(env.end(), extraEnv.begin(), extraEnv.end());
 

@@ -3,6 +3,9 @@
 #include "ServerProcess.h"
 
 #include <gtest/gtest.h>
+#include <cstdlib>
+#include <cstdio>
+#include <unistd.h>
 
 #include <regex>
 
@@ -118,6 +121,66 @@ TEST(Wbemcli, OperationsWithCredentials) {
         << log;
     EXPECT_TRUE(std::regex_search(log, pattern(R"(- POST - - http=401)"))) << log;
     EXPECT_EQ(server.stop(), 0) << server.log();
+}
+
+// Changing methods return in both provider process layouts, and the classes
+// they made stale show the change at once, within the cache lifetime.
+TEST(Wbemcli, ChangesReturnAndShowAtOnceInBothLayouts) {
+    if (!haveWbemcli()) GTEST_SKIP() << "wbemcli is not installed";
+    const std::string volume = "@:Tovra_StorageVolume", pool2 = R"(@:Tovra_StoragePool.InstanceID="Raid Set # 001")";
+    const std::string create = "CreateVolume.ID=2,LUN=0,RAIDNo=2,Strp=128,Ll=5,Cap=10,Name=Scratch,Cache=1,FG=1,GtT=1,Tag=1";
+    for (const char *layout : {"library", "provider"}) {
+        SCOPED_TRACE(layout);
+        ServerProcess server({"--users", usersFile(), "--layout", layout});
+        runCases(server, {
+            {"volumes before", {"ei", volume}, "admin", 0, "Tovra_StorageVolume", "Scratch"},
+            {"the pool before", {"gi", pool2}, "admin", 0, "Volumes=1\\b"},
+            {"create", {"cm", volume, create}, "admin", 0, "CreateVolume: OK"},
+            {"the volume at once", {"ei", volume}, "admin", 0, "DeviceID=\"Scratch\""},
+            {"the pool at once", {"gi", pool2}, "admin", 0, "Volumes=2\\b"},
+            {"delete", {"cm", volume, "DeleteVolume.Num=4"}, "admin", 0, "DeleteVolume: OK"},
+            {"the pool again", {"gi", pool2}, "admin", 0, "Volumes=1\\b"},
+            {"clear the log", {"cm", "@:Tovra_EventLog", "ClearLog"}, "admin", 0, "ClearLog: OK"},
+        });
+        EXPECT_EQ(server.stop(), 0);
+        EXPECT_EQ(server.log().find("deadlock"), std::string::npos) << server.log();
+    }
+}
+
+// Two servers sharing the simulator's state file stand in for two provider
+// processes of one CIMOM: a change made through one makes the other's cache
+// stale through the shared reset counters; without them it ages as usual.
+TEST(Wbemcli, AChangeThroughOneProcessReachesTheCachesOfAnother) {
+    if (!haveWbemcli()) GTEST_SKIP() << "wbemcli is not installed";
+    char pattern[] = "/tmp/tovra-processes-XXXXXX";
+    ASSERT_NE(::mkdtemp(pattern), nullptr);
+    const std::string dir = pattern;
+    const std::string create = "CreateVolume.ID=2,LUN=0,RAIDNo=2,Strp=128,Ll=5,Cap=10,Name=Scratch,Cache=1,FG=1,GtT=1,Tag=1";
+    struct Case {
+        const char *name;
+        std::string counters;  // TOVRA_CACHE_EPOCHS of both servers
+        bool seenAtOnce;
+    };
+    const Case cases[] = {{"shared counters", dir + "/epochs", true}, {"no counters file", "", false}};
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        std::remove((dir + "/state.json").c_str());
+        const std::vector<std::string> env = {"TOVRA_SIM_STATE=" + dir + "/state.json", "TOVRA_CACHE_EPOCHS=" + c.counters};
+        ServerProcess reader({"--users", usersFile()}, env), changer({"--users", usersFile()}, env);
+        const std::string pool = R"(@:Tovra_StoragePool.InstanceID="Raid Set # 001")";
+        runCases(reader, {{"warm volumes", {"ei", "@:Tovra_StorageVolume"}, "admin", 0, "Volume Set # 000", "Scratch"},
+                          {"warm pool", {"gi", pool}, "admin", 0, "Volumes=1\\b"}});
+        runCases(changer, {{"create", {"cm", "@:Tovra_StorageVolume", create}, "admin", 0, "CreateVolume: OK"}});
+        if (c.seenAtOnce) {
+            runCases(reader, {{"the volume", {"ei", "@:Tovra_StorageVolume"}, "admin", 0, "DeviceID=\"Scratch\""},
+                              {"the pool", {"gi", pool}, "admin", 0, "Volumes=2\\b"}});
+        } else {
+            runCases(reader, {{"old volumes", {"ei", "@:Tovra_StorageVolume"}, "admin", 0, "Volume Set # 000", "Scratch"},
+                              {"old pool", {"gi", pool}, "admin", 0, "Volumes=1\\b"}});
+        }
+    }
+    for (const char *name : {"/state.json", "/state.json.lock", "/epochs"}) std::remove((dir + name).c_str());
+    ::rmdir(dir.c_str());
 }
 
 TEST(Wbemcli, WithoutAuthentication) {

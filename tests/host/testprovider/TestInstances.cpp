@@ -153,6 +153,17 @@ CMPIStatus checkAccess(const CMPIContext *ctx, const CMPIResult *rslt) {
     return status(CMPI_RC_OK);
 }
 
+// CheckAccess of the same widget, through the broker: that call up-calls the
+// authorization service while this one holds the process's up-call lock.
+CMPIStatus nest(const CMPIContext *ctx, const CMPIResult *rslt, const CMPIObjectPath *op) {
+    CMPIStatus st = status(CMPI_RC_OK);
+    CMPIData level = CBInvokeMethod(mb(), ctx, op, "CheckAccess", CMNewArgs(mb(), nullptr), CMNewArgs(mb(), nullptr), &st);
+    if (st.rc != CMPI_RC_OK) return st;
+    CMReturnData(rslt, &level.value.uint8, CMPI_uint8);
+    CMReturnDone(rslt);
+    return status(CMPI_RC_OK);
+}
+
 // Releases objects the broker owns, and one of its own twice.
 CMPIStatus misbehave(const CMPIContext *ctx, const CMPIResult *rslt, const CMPIObjectPath *op, const CMPIArgs *in) {
     CMRelease(const_cast<CMPIContext *>(ctx));
@@ -192,6 +203,7 @@ CMPIStatus widgetInvoke(CMPIMethodMI *, const CMPIContext *ctx, const CMPIResult
                         const char *method, const CMPIArgs *in, CMPIArgs *out) {
     if (sameName(method, "Describe")) return describe(rslt, in, out);
     if (sameName(method, "CheckAccess")) return checkAccess(ctx, rslt);
+    if (sameName(method, "Nest")) return nest(ctx, rslt, op);
     if (sameName(method, "Misbehave")) return misbehave(ctx, rslt, op, in);
     if (sameName(method, "Context")) return contextEntries(ctx, rslt);
     return status(CMPI_RC_ERR_METHOD_NOT_FOUND);
