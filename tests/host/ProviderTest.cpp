@@ -1,5 +1,5 @@
 // The test provider library loaded through the registration, as a stock
-// CIMOM loads one: routing, typed arguments, re-entrant up-calls, the
+// CIMOM loads one: routing, typed arguments, up-calls serialised per provider process, the
 // authorization service, providers that fail to initialize, and several
 // client operations at once.
 #include "HostFixture.h"
@@ -53,7 +53,6 @@ TEST_F(Providers, EnumeratesAndGetsThroughTheRegistry) {
     ASSERT_TRUE(elements.ok()) << elements.message;
     EXPECT_EQ(names(elements), (std::vector<std::string>{"alpha", "beta", "g1", "g2", "g3"}));
 
-    // GetInstance re-enters the broker to enumerate its own class.
     Reply one = host.getInstance(widget("beta"));
     ASSERT_TRUE(one.ok()) << one.message;
     ASSERT_EQ(one.instances.size(), 1u);
@@ -113,7 +112,7 @@ TEST_F(Providers, AssociationsReachTheOtherEndsThroughTheBroker) {
     EXPECT_EQ(names(held), (std::vector<std::string>{"g1", "g2"}));
     EXPECT_EQ(*held.paths[0].key("Id"), Value::u32(7));
 
-    // From a gadget: two nested get-instance up-calls, the second re-entering the widget provider.
+    // From a gadget: two get-instance up-calls, the second to the widget provider.
     Reply holder = host.associators(gadget("g3", "9"));
     ASSERT_TRUE(holder.ok()) << holder.message;
     EXPECT_EQ(names(holder), (std::vector<std::string>{"beta"}));

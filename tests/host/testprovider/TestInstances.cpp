@@ -76,21 +76,17 @@ CMPIStatus widgetInstances(CMPIInstanceMI *, const CMPIContext *, const CMPIResu
     return status(CMPI_RC_OK);
 }
 
-// Re-entrant: asks the broker to enumerate this very class, then picks one.
-CMPIStatus widgetGet(CMPIInstanceMI *, const CMPIContext *ctx, const CMPIResult *rslt, const CMPIObjectPath *op,
+// Looks the widget up itself: a get-instance may be serving an association's
+// up-call, and a CIMOM that serialises up-calls would never answer one made now.
+CMPIStatus widgetGet(CMPIInstanceMI *, const CMPIContext *, const CMPIResult *rslt, const CMPIObjectPath *op,
                      const char **properties) {
     const char *name = keyText(op, "Name");
     if (name == nullptr) return status(CMPI_RC_ERR_INVALID_PARAMETER);
-    CMPIStatus st = status(CMPI_RC_OK);
-    CMPIEnumeration *all = CBEnumInstances(mb(), ctx, op, properties, &st);
-    if (st.rc != CMPI_RC_OK || all == nullptr) return st;
-    while (CMHasNext(all, nullptr)) {
-        CMPIData d = CMGetNext(all, nullptr);
-        if (d.type == CMPI_instance && same(propertyText(d.value.inst, "Name"), name)) {
-            CMReturnInstance(rslt, d.value.inst);
-            CMReturnDone(rslt);
-            return status(CMPI_RC_OK);
-        }
+    for (const Widget &w : kWidgets) {
+        if (!same(w.name, name)) continue;
+        CMReturnInstance(rslt, widgetInstance(nameSpaceOf(op), w, properties));
+        CMReturnDone(rslt);
+        return status(CMPI_RC_OK);
     }
     CMReturnDone(rslt);
     return status(CMPI_RC_ERR_NOT_FOUND);
