@@ -60,12 +60,10 @@ private:
     int fd_ = -1;
 };
 
-class EpochTable {
+}  // namespace
+
+class CounterBoard::Impl {
 public:
-    static EpochTable &instance() {
-        static EpochTable table;
-        return table;
-    }
 
     // The slot of a class, assigned on first use; -1 when there is none.
     int slotOf(const char *className) {
@@ -82,21 +80,19 @@ public:
     std::atomic_ref<uint64_t> counter(int slot) { return std::atomic_ref<uint64_t>(board_->slots[slot].counter); }
     const char *file() const { return shared_ ? path_.c_str() : ""; }
 
-    ~EpochTable() {
-        if (shared_) ::munmap(board_, sizeof(Board));
-    }
-    EpochTable(const EpochTable &) = delete;
-    EpochTable &operator=(const EpochTable &) = delete;
-
-private:
-    EpochTable() {
-        const char *configured = std::getenv("TOVRA_CACHE_EPOCHS");
-        path_ = configured != nullptr ? configured : kCacheEpochsPath;
+    explicit Impl(std::string path) : path_(std::move(path)) {
         if (path_.empty()) return;  // asked to keep the counters in this process
         std::string why = mapShared();
         if (!why.empty()) logAlert("TovraCacheEpochs: %s not used (%s); cache resets reach this process only\n",
                                    path_.c_str(), why.c_str());
     }
+    ~Impl() {
+        if (shared_) ::munmap(board_, sizeof(Board));
+    }
+    Impl(const Impl &) = delete;
+    Impl &operator=(const Impl &) = delete;
+
+private:
 
     // Maps the shared file; the reason it could not, or "".
     std::string mapShared() {
@@ -162,13 +158,35 @@ private:
     bool shared_ = false;
 };
 
-}  // namespace
+CounterBoard::CounterBoard(std::string path) : impl_(std::make_unique<Impl>(std::move(path))) {}
+CounterBoard::~CounterBoard() = default;
+
+CounterBoard &CounterBoard::process() {
+    static CounterBoard board([] {
+        const char *configured = std::getenv("TOVRA_CACHE_EPOCHS");
+        return std::string(configured != nullptr ? configured : kCacheEpochsPath);
+    }());
+    return board;
+}
+
+void CounterBoard::bump(const char *className) {
+    if (const int slot = impl_->slotOf(className); slot >= 0) impl_->counter(slot).fetch_add(1);
+}
+
+std::optional<uint64_t> CounterBoard::value(const char *className) {
+    const int slot = impl_->slotOf(className);
+    if (slot < 0) return std::nullopt;
+    return impl_->counter(slot).load();
+}
+
+int CounterBoard::slotOf(const char *className) { return impl_->slotOf(className); }
+uint64_t CounterBoard::valueAt(int slot) { return impl_->counter(slot).load(); }
+const char *CounterBoard::file() const { return impl_->file(); }
 
 void announceCacheReset(std::initializer_list<const char *> classNames) {
-    EpochTable &table = EpochTable::instance();
     for (const char *className : classNames) {
         if (className == nullptr) break;
-        if (const int slot = table.slotOf(className); slot >= 0) table.counter(slot).fetch_add(1);
+        CounterBoard::process().bump(className);
     }
 }
 
@@ -176,12 +194,12 @@ std::optional<uint64_t> ResetWatch::current() {
     constexpr int kUnresolved = -1, kNoSlot = -2;
     int slot = slot_.load(std::memory_order_acquire);
     if (slot == kUnresolved) {
-        slot = EpochTable::instance().slotOf(className_);
+        slot = CounterBoard::process().slotOf(className_);
         if (slot < 0) slot = kNoSlot;
         slot_.store(slot, std::memory_order_release);
     }
     if (slot == kNoSlot) return std::nullopt;
-    return EpochTable::instance().counter(slot).load();
+    return CounterBoard::process().valueAt(slot);
 }
 
 bool ResetWatch::takeReset() {
@@ -194,6 +212,6 @@ bool ResetWatch::pending() {
     return now && seen_.load() != *now;
 }
 
-const char *cacheEpochsFile() { return EpochTable::instance().file(); }
+
 
 }  // namespace tovra

@@ -18,7 +18,9 @@
 #include <atomic>
 #include <cstdint>
 #include <initializer_list>
+#include <memory>
 #include <optional>
+#include <string>
 
 namespace tovra {
 
@@ -45,8 +47,28 @@ private:
     std::atomic<uint64_t> seen_{UINT64_MAX};
 };
 
-// Where the counters live, for diagnostics: the file in use, or "" when they
-// are this process's own.
-const char *cacheEpochsFile();
+// The counters of one file (or of this process, when the path is "" or the
+// file cannot be used). Classes get their slot on first use.
+class CounterBoard {
+public:
+    explicit CounterBoard(std::string path);
+    ~CounterBoard();
+    CounterBoard(const CounterBoard &) = delete;
+    CounterBoard &operator=(const CounterBoard &) = delete;
+
+    // The board every module of this process uses.
+    static CounterBoard &process();
+
+    void bump(const char *className);
+    std::optional<uint64_t> value(const char *className);  // none: no slot
+    int slotOf(const char *className);                     // -1: none
+    uint64_t valueAt(int slot);
+    // The file in use, or "" when the counters are this board's own.
+    const char *file() const;
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> impl_;
+};
 
 }  // namespace tovra

@@ -33,14 +33,14 @@ protected:
     }
     void TearDown() override {
         sim::setStateFile("");
-        for (const char *name : {"/state.json", "/state.json.lock"}) std::remove((dir_ + name).c_str());
+        for (const char *name : {"/state.json", "/state.json.lock", "/epochs"}) std::remove((dir_ + name).c_str());
         ::rmdir(dir_.c_str());
     }
 
     // Starts the CLI with the simulator preloaded and the shared state file.
     pid_t startCli(const std::vector<std::string> &args) const {
         std::vector<std::string> env = {std::string("LD_PRELOAD=") + TOVRA_CLI_PRELOAD, "TOVRA_SIM_STATE=" + state_,
-                                        "ASAN_OPTIONS=verify_asan_link_order=0"};
+                                        "ASAN_OPTIONS=verify_asan_link_order=0", "TOVRA_CACHE_EPOCHS=" + dir_ + "/epochs"};
         std::vector<std::string> argv = {TOVRA_CLI, "--mof", TOVRA_MOF_DIR, "--registration",
                                          std::string(TOVRA_MOF_DIR) + "/Tovra.reg", "--provider-dir",
                                          TOVRA_PROVIDER_DIR, "--permission", "root=5"};
