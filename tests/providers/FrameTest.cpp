@@ -194,7 +194,7 @@ TEST_F(Frame, TimeCalibrationZeroesTheCacheTimeForCallersWithReadWriteRights) {
     setPermission("root", 5);
 }
 
-TEST_F(Frame, CacheResetReachesTheNamedModulesThroughTheBroker) {
+TEST_F(Frame, CacheResetReachesTheNamedModules) {
     ASSERT_EQ(enumInstances(kController).rc, CMPI_RC_OK);
     ASSERT_EQ(enumInstances("Tovra_StoragePool").rc, CMPI_RC_OK);
     ASSERT_EQ(enumInstances("Tovra_DiskDrive").rc, CMPI_RC_OK);
