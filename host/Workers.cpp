@@ -1,5 +1,8 @@
 #include "Workers.h"
 
+#include <atomic>
+#include <chrono>
+
 namespace cimhost {
 
 ThreadRole &threadRole() {
@@ -40,8 +43,27 @@ std::string ClientRequest::deadlock() const {
 
 struct UpcallThreads::Job {
     const std::function<void()> *task;
-    bool done = false;
+    std::atomic<bool> done{false};
 };
+
+namespace {
+
+// Most up-calls answer within microseconds: both sides poll this long before
+// they sleep, which spares a pair of thread wake-ups per up-call.
+constexpr auto kPoll = std::chrono::microseconds(50);
+
+template <class Ready> bool pollFor(Ready &&ready) {
+    const auto until = std::chrono::steady_clock::now() + kPoll;
+    for (unsigned i = 0;; ++i) {
+        if (ready()) return true;
+        if ((i & 63) == 63 && std::chrono::steady_clock::now() > until) return false;
+#if defined(__x86_64__) || defined(__i386__)
+        __builtin_ia32_pause();
+#endif
+    }
+}
+
+}  // namespace
 
 UpcallThreads::~UpcallThreads() {
     {
@@ -54,28 +76,39 @@ UpcallThreads::~UpcallThreads() {
 
 void UpcallThreads::run(const std::function<void()> &task) {
     Job job{&task};
+    {
+        std::lock_guard lock(mutex_);
+        queue_.push_back(&job);
+        queued_.fetch_add(1, std::memory_order_release);
+        if (idle_ < queue_.size())
+            threads_.emplace_back([this] { serve(); });
+        else
+            work_.notify_one();
+    }
+    if (pollFor([&] { return job.done.load(std::memory_order_acquire); })) return;
     std::unique_lock lock(mutex_);
-    queue_.push_back(&job);
-    if (idle_ < queue_.size())
-        threads_.emplace_back([this] { serve(); });
-    else
-        work_.notify_one();
-    done_.wait(lock, [&] { return job.done; });
+    done_.wait(lock, [&] { return job.done.load(std::memory_order_acquire); });
 }
 
 void UpcallThreads::serve() {
     std::unique_lock lock(mutex_);
     for (;;) {
         ++idle_;
+        if (queue_.empty() && !stopping_) {
+            lock.unlock();
+            pollFor([&] { return queued_.load(std::memory_order_acquire) != 0; });
+            lock.lock();
+        }
         work_.wait(lock, [&] { return stopping_ || !queue_.empty(); });
         --idle_;
         if (queue_.empty()) return;  // stopping
         Job *job = queue_.front();
         queue_.pop_front();
+        queued_.fetch_sub(1, std::memory_order_relaxed);
         lock.unlock();
         (*job->task)();
         lock.lock();
-        job->done = true;
+        job->done.store(true, std::memory_order_release);
         done_.notify_all();
     }
 }

@@ -13,6 +13,7 @@
 
 #include "ObjectRuntime.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <exception>
 #include <deque>
@@ -101,6 +102,7 @@ private:
     std::condition_variable work_;
     std::condition_variable done_;
     std::deque<Job *> queue_;
+    std::atomic<size_t> queued_{0};  // queue_.size(), for polling without the lock
     std::vector<std::thread> threads_;
     size_t idle_ = 0;
     bool stopping_ = false;
