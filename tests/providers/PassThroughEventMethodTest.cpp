@@ -2,6 +2,9 @@
 // "Tovra_EventLog", through the host against the simulated adapter.
 #include "MethodSupport.h"
 
+#include <algorithm>
+#include <functional>
+
 namespace {
 
 using namespace harness;
@@ -158,11 +161,19 @@ TEST_F(EventLogMethods, TheLogListsEventsNewestFirstAndChangesAddTheirs) {
     const Obj &log = before.objects[0];
     EXPECT_EQ(log.num("Events"), 3u);
     ASSERT_EQ(log.prop("EventRecords")->kind, Val::Kind::Texts);
+    const std::vector<std::string> old = log.prop("EventRecords")->texts;
+    // The records' own times, newest first.
+    ASSERT_EQ(old.size(), 3u);
+    EXPECT_TRUE(std::is_sorted(old.begin(), old.end(), std::greater<>())) << old[0];
     ASSERT_EQ(invoke("Tovra_StorageVolume", "DeleteVolume", {{"Num", In::u32(3)}}).rc, CMPI_RC_OK);
     ASSERT_EQ(invoke(kLog, "TimeCalibration").rc, CMPI_RC_OK);
     const Answer after = enumInstances(kLog);
     ASSERT_EQ(after.objects.size(), 1u);
     EXPECT_EQ(after.objects[0].num("Events"), 4u);
+    const std::vector<std::string> now = after.objects[0].prop("EventRecords")->texts;
+    ASSERT_EQ(now.size(), 4u);
+    EXPECT_NE(now[0].find("Volume Set # 002"), std::string::npos) << "the newest event, first: " << now[0];
+    EXPECT_EQ(std::vector<std::string>(now.begin() + 1, now.end()), old) << "the older ones follow, in order";
     EXPECT_EQ(getInstance(kLog, {{"InstanceID", In::str(log.text("InstanceID"))}}).objects.size(), 1u);
 }
 

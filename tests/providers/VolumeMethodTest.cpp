@@ -60,7 +60,6 @@ TEST_F(VolumeMethods, ArgumentChecksRunInOrderWithTheirMessages) {
          {failed, "Argument GtT in CreateVolume Method Command is neither 0(64BIT) nor 2(WIN)."}},
         {"CreateVolume", createArgs("Tag", In::u32(7)),
          {failed, "Argument Tag in CreateVolume Method Command is neither 1(true) nor 0(false)."}},
-        {"CreateVolume", createArgs("ID", In::u32(16)), {failed, "Argument ID in CreateVolume Method Command is greater than 15."}},
         // The first failing argument wins: "LUN" is read before "Cache".
         {"CreateVolume", [] { Keys k = createArgs("LUN", In::u32(9)); k[7].second = In::u32(5); return k; }(),
          {failed, "Argument LUN in CreateVolume Method Command is greater than 7."}},
