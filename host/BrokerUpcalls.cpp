@@ -68,9 +68,9 @@ CMPIEnumeration *enumerationOf(HostCore &core, SharedReply &&r, bool names, CMPI
 template <class R, class F>
 R throughGate(HostCore &core, const std::string &call, F &&route) {
     return core.upcalls().run<R>(call, std::forward<F>(route), [&](const std::string &why) {
-            core.log(why);
-            return R::error(CMPI_RC_ERR_FAILED, why);
-        });
+        core.log(why);
+        return R::error(CMPI_RC_ERR_FAILED, why);
+    });
 }
 
 // Runs an up-call that answers with an enumeration.
@@ -82,7 +82,8 @@ CMPIEnumeration *enumUpcall(const char *what, const CMPIBroker *mb, const CMPICo
         CallContext cc;
         ObjectPathV path;
         if (core == nullptr || !callContextOf(ctx, cc, rc) || !pathOf(op, path, rc)) return nullptr;
-        SharedReply r = throughGate<SharedReply>(*core, std::string(what) + " " + path.className, [&] { return route(*core, cc, path); });
+        SharedReply r =
+            throughGate<SharedReply>(*core, std::string(what) + " " + path.className, [&] { return route(*core, cc, path); });
         return enumerationOf(*core, std::move(r), names, rc);
     });
 }

@@ -15,10 +15,7 @@ namespace {
 // Bounds chains of up-calls (each is served on a thread of its own).
 constexpr int kMaxNesting = 32;
 
-class NestingGuard {
-public:
-    bool ok() const { return threadRole().depth <= kMaxNesting; }
-};
+bool nestedTooDeeply() { return threadRole().depth > kMaxNesting; }
 
 using rt::Lifetime;
 using rt::Runtime;
@@ -28,7 +25,7 @@ class CallFrame {
 public:
     CallFrame(const Binding &binding, const char *operation, const rt::Flavor &flavor, const CallContext &cc,
               const ObjectPathV &op, CMPIUint32 flags, rt::ResultSink::Accepts accepts, const PropertyList *props)
-        : worker_(binding.worker, binding.module->name() + " " + operation + " " + op.className), flavor_(flavor) {
+        : worker_(binding.worker, {binding.module->name(), operation, op.className}), flavor_(flavor) {
         sink.accepts = accepts;
         NamedValues entries = cc.entries;
         setNamed(entries, CMPIInvocationFlags, Value::u32(flags));
@@ -155,8 +152,7 @@ Reply HostCore::enumerateInstances(const CallContext &cc, const ObjectPathV &op,
 
 SharedReply HostCore::enumerateShared(const CallContext &cc, const ObjectPathV &op, const PropertyList *props,
                                       bool names) {
-    NestingGuard guard;
-    if (!guard.ok()) return SharedReply::error(CMPI_RC_ERR_FAILED, "up-calls nested too deeply");
+    if (nestedTooDeeply()) return SharedReply::error(CMPI_RC_ERR_FAILED, "up-calls nested too deeply");
     std::string message;
     if (CMPIrc rc = checkRequest(op.ns, op.className, message); rc != CMPI_RC_OK)
         return SharedReply::error(rc, message);
@@ -197,8 +193,7 @@ Reply HostCore::getInstance(const CallContext &cc, const ObjectPathV &op, const 
 }
 
 SharedReply HostCore::getInstanceShared(const CallContext &cc, const ObjectPathV &op, const PropertyList *props) {
-    NestingGuard guard;
-    if (!guard.ok()) return SharedReply::error(CMPI_RC_ERR_FAILED, "up-calls nested too deeply");
+    if (nestedTooDeeply()) return SharedReply::error(CMPI_RC_ERR_FAILED, "up-calls nested too deeply");
     std::string message;
     if (CMPIrc rc = checkRequest(op.ns, op.className, message); rc != CMPI_RC_OK)
         return SharedReply::error(rc, message);
@@ -229,8 +224,7 @@ SharedReply HostCore::getInstanceShared(const CallContext &cc, const ObjectPathV
 template <class Call>
 SharedReply HostCore::forEachAssociation(const char *operation, const CallContext &cc, const ObjectPathV &op,
                                          const std::string &assocClass, bool names, Call &&call) {
-    NestingGuard guard;
-    if (!guard.ok()) return SharedReply::error(CMPI_RC_ERR_FAILED, "up-calls nested too deeply");
+    if (nestedTooDeeply()) return SharedReply::error(CMPI_RC_ERR_FAILED, "up-calls nested too deeply");
     std::string message;
     if (CMPIrc rc = checkRequest(op.ns, op.className, message); rc != CMPI_RC_OK)
         return SharedReply::error(rc, message);
@@ -321,8 +315,7 @@ SharedReply HostCore::referencesShared(const CallContext &cc, const ObjectPathV 
 
 Reply HostCore::invokeMethod(const CallContext &cc, const ObjectPathV &op, const std::string &method,
                              const NamedValues &in) {
-    NestingGuard guard;
-    if (!guard.ok()) return Reply::error(CMPI_RC_ERR_FAILED, "up-calls nested too deeply");
+    if (nestedTooDeeply()) return Reply::error(CMPI_RC_ERR_FAILED, "up-calls nested too deeply");
     std::string message;
     if (CMPIrc rc = checkRequest(op.ns, op.className, message); rc != CMPI_RC_OK) return Reply::error(rc, message);
     const MethodDecl *decl = schema_.method(op.className, method);

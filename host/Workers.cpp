@@ -10,18 +10,19 @@ ThreadRole &threadRole() {
     return role;
 }
 
-InWorker::InWorker(Worker *worker, std::string operation) {
-    ThreadRole &role = threadRole();
-    worker_ = role.worker;
-    operation_ = std::move(role.operation);
-    role.worker = worker;
-    role.operation = std::move(operation);
+std::string ProviderOperation::text() const {
+    return std::string(provider) + " " + std::string(operation) + " " + std::string(className);
+}
+
+InWorker::InWorker(Worker *worker, ProviderOperation operation)
+    : worker_(threadRole().worker), operation_(threadRole().operation) {
+    threadRole().worker = worker;
+    threadRole().operation = operation;
 }
 
 InWorker::~InWorker() {
-    ThreadRole &role = threadRole();
-    role.worker = worker_;
-    role.operation = std::move(operation_);
+    threadRole().worker = worker_;
+    threadRole().operation = operation_;
 }
 
 ClientRequest::ClientRequest() : own_(!threadRole().chain) {

@@ -21,6 +21,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -49,9 +50,16 @@ struct Chain {
 
 // Who runs on this thread: the provider process whose code is running (none
 // for a client), the request it serves, and how deeply up-calls are nested.
+// The provider operation running on a thread, named only when a message
+// needs it; the texts belong to the provider call, which outlives it.
+struct ProviderOperation {
+    std::string_view provider, operation, className;
+    std::string text() const;  // "<provider> <operation> <class>"
+};
+
 struct ThreadRole {
     Worker *worker = nullptr;
-    std::string operation;  // "<provider> <operation>" while provider code runs
+    ProviderOperation operation;  // while provider code runs
     std::shared_ptr<Chain> chain;
     int depth = 0;
 };
@@ -60,14 +68,14 @@ ThreadRole &threadRole();
 // While one lives, provider code of `worker` runs on this thread.
 class InWorker {
 public:
-    InWorker(Worker *worker, std::string operation);
+    InWorker(Worker *worker, ProviderOperation operation);
     ~InWorker();
     InWorker(const InWorker &) = delete;
     InWorker &operator=(const InWorker &) = delete;
 
 private:
     Worker *worker_;
-    std::string operation_;
+    ProviderOperation operation_;
 };
 
 // While one lives, this thread runs a client request (unless it already did).
@@ -119,7 +127,7 @@ public:
     template <class R, class Fn, class Refused> R run(const std::string &call, Fn &&fn, Refused &&refused) {
         ThreadRole &role = threadRole();
         if (role.worker == nullptr) return fn();
-        const std::string described = call + " made by " + role.operation;
+        const std::string described = call + " made by " + role.operation.text();
         std::string deadlock;
         if (!role.chain) role.chain = std::make_shared<Chain>();
         if (!acquire(*role.worker, role.chain, described, deadlock)) return refused(deadlock);

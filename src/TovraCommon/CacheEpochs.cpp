@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <map>
 #include <mutex>
 #include <string>
 
@@ -64,22 +65,6 @@ private:
 
 class CounterBoard::Impl {
 public:
-
-    // The slot of a class, assigned on first use; -1 when there is none.
-    int slotOf(const char *className) {
-        if (className == nullptr || std::strlen(className) >= kNameBytes) return -1;
-        std::lock_guard lock(mutex_);
-        if (shared_) {
-            LockedFile file(path_, identity_);
-            if (!file.ok()) return -1;
-            return findOrAssign(className);
-        }
-        return findOrAssign(className);
-    }
-
-    std::atomic_ref<uint64_t> counter(int slot) { return std::atomic_ref<uint64_t>(board_->slots[slot].counter); }
-    const char *file() const { return shared_ ? path_.c_str() : ""; }
-
     explicit Impl(std::string path) : path_(std::move(path)) {
         if (path_.empty()) return;  // asked to keep the counters in this process
         std::string why = mapShared();
@@ -91,6 +76,27 @@ public:
     }
     Impl(const Impl &) = delete;
     Impl &operator=(const Impl &) = delete;
+
+    // The slot of a class, assigned on first use; -1 when there is none. A
+    // slot once found is remembered, so the file is locked once per class.
+    int slotOf(const char *className) {
+        if (className == nullptr || std::strlen(className) >= kNameBytes) return -1;
+        std::lock_guard lock(mutex_);
+        if (const auto known = slots_.find(className); known != slots_.end()) return known->second;
+        int slot = -1;
+        if (shared_) {
+            LockedFile file(path_, identity_);
+            if (!file.ok()) return -1;
+            slot = findOrAssign(className);
+        } else {
+            slot = findOrAssign(className);
+        }
+        if (slot >= 0) slots_.emplace(className, slot);
+        return slot;
+    }
+
+    std::atomic_ref<uint64_t> counter(int slot) { return std::atomic_ref<uint64_t>(board_->slots[slot].counter); }
+    const char *file() const { return shared_ ? path_.c_str() : ""; }
 
 private:
 
@@ -151,6 +157,7 @@ private:
     }
 
     std::mutex mutex_;
+    std::map<std::string, int, std::less<>> slots_;  // classes whose slot is known
     std::string path_;
     struct stat identity_{};
     Board local_{};
