@@ -3,6 +3,7 @@
 // Exit status: 0 success, 1 the operation failed, 2 a usage error or a host
 // that could not start.
 #include "ClassRepository.h"
+#include "Describe.h"
 #include "Format.h"
 #include "Host.h"
 #include "Inventory.h"
@@ -60,14 +61,20 @@ int print(const Reply &reply, bool json) {
     return reply.ok() ? 0 : 1;
 }
 
+// The status the method modules answer for a wrong argument count.
+constexpr CMPIrc kWrongArgumentCount = static_cast<CMPIrc>(49);
+
 // A method's answer: its return value and its status, whatever the status.
-int printMethod(const Reply &reply, bool json) {
+// A wrong argument count also names what the method takes, on stderr.
+int printMethod(const Reply &reply, const MethodDecl *method, bool json) {
     if (json) {
         std::cout << cli::toJson(reply).dump(2) << '\n';
     } else {
         if (reply.returnValue) std::cout << cli::toText(reply);
         std::cout << cli::statusLine(reply) << '\n';
     }
+    if (reply.rc == kWrongArgumentCount && method != nullptr)
+        std::cerr << "tovra-cim: " << cli::expectedArguments(*method) << '\n';
     return reply.ok() ? 0 : 1;
 }
 
@@ -122,6 +129,9 @@ int main(int argc, char **argv) {
     CLI::App *a = operation(app, "a", "associators", r, true);
     CLI::App *rn = operation(app, "rn", "reference names", r, true);
     CLI::App *ref = operation(app, "r", "references", r, true);
+    CLI::App *describe = app.add_subcommand("describe", "a class's methods and what each parameter means");
+    describe->add_option("class", r.cls, "CIM class")->required();
+    describe->add_option("method", r.method, "only this method");
     CLI::App *invoke = app.add_subcommand("invoke", "invoke a method");
     invoke->add_option("namespace", r.ns, "CIM namespace")->required();
     invoke->add_option("class", r.cls, "CIM class")->required();
@@ -150,6 +160,10 @@ int main(int argc, char **argv) {
     }
 
     try {
+        if (*describe) {
+            cli::describe(declarations(options.mofPaths), r.cls, r.method, std::cout, json);
+            return 0;
+        }
         Host host(options);
         for (const auto &[user, level] : pairs(permissions, "permission"))
             host.setPermission(user, static_cast<unsigned>(std::stoul(level.asString())));
@@ -170,8 +184,9 @@ int main(int argc, char **argv) {
         if (*rn) return print(host.referenceNames(path, r.filter.resultClass, r.filter.role), json);
         if (*ref) return print(host.references(path, r.filter.resultClass, r.filter.role, props), json);
         const ClassRepository mof = declarations(options.mofPaths);
-        const NamedValues args = cli::typedArguments(r.args, mof.findMethod(r.cls, r.method));
-        return printMethod(host.invokeMethod(path, r.method, args), json);
+        const MethodDecl *method = mof.findMethod(r.cls, r.method);
+        const NamedValues args = cli::typedArguments(r.args, method);
+        return printMethod(host.invokeMethod(path, r.method, args), method, json);
     } catch (const std::exception &e) {
         std::cerr << "tovra-cim: " << e.what() << '\n';
         return 2;

@@ -56,12 +56,14 @@ struct ParameterDecl {
     bool in = true;
     bool out = false;
     std::string refClass;
+    std::vector<Qualifier> qualifiers;
 };
 
 struct MethodDecl {
     std::string name;
     CimType returnType;
     std::vector<ParameterDecl> params;
+    std::vector<Qualifier> qualifiers;
 };
 
 struct ClassDecl {

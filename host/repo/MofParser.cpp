@@ -332,6 +332,7 @@ private:
             m.name = name;
             m.returnType = type;
             m.params = parameters();
+            m.qualifiers = std::move(qualifiers);
             cls.methods.push_back(std::move(m));
             expectPunct(';');
             return;
@@ -371,6 +372,7 @@ private:
             const Qualifier *out = findQualifier(qualifiers, "OUT");
             p.out = isSet(out);
             p.in = in != nullptr ? !isFalse(in) : !p.out;
+            p.qualifiers = std::move(qualifiers);
             for (const ParameterDecl &other : params)
                 if (iequals(other.name, p.name)) fail("parameter " + p.name + " is declared twice", line);
             params.push_back(std::move(p));

@@ -54,7 +54,10 @@ Engine::Engine() {
 }
 
 void Engine::readEnvironment() {
-    if (const std::string s = env("TOVRA_SIM_SCENARIO"); !s.empty()) config.scenario = s;
+    if (const std::string s = env("TOVRA_SIM_SCENARIO"); !s.empty()) {
+        config.scenario = s;
+        config.scenarioNamed = true;
+    }
     config.scenarioDir = env("TOVRA_SIM_SCENARIO_DIR");
     config.statePath = env("TOVRA_SIM_STATE");
     config.faults = env("TOVRA_SIM_FAULTS");
@@ -116,6 +119,11 @@ void Engine::attachStateFile(const std::string &path) {
             model = std::move(saved->model);
             if (!saved->scenario.empty()) scenario = saved->scenario;
             shared.markSeen();
+            // A leftover state file silently replacing the scenario asked for
+            // is a common surprise: say so, and how to start afresh.
+            if (config.scenarioNamed && saved->scenario != config.scenario)
+                warn("the state file " + path + " (scenario \"" + saved->scenario +
+                     "\") wins over TOVRA_SIM_SCENARIO=" + config.scenario + "; remove it to start from the scenario");
             return;
         }
     } catch (const std::exception &e) {

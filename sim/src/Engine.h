@@ -43,6 +43,7 @@ private:
 // Environment read once at load time.
 struct Config {
     std::string scenario = "default";
+    bool scenarioNamed = false;  // TOVRA_SIM_SCENARIO was set
     std::string scenarioDir;
     std::string statePath;
     std::string faults;
