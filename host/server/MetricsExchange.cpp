@@ -5,6 +5,7 @@
 namespace cimserver {
 
 Reply serveMetrics(const MetricsContext &context, const RequestHead &head, RequestNotes &notes) {
+    notes.operation = "metrics";  // for the log line
     if (context.users != nullptr)
         if (auto refused = refuseUnauthenticated(*context.users, head, notes)) return std::move(*refused);
     const ExpositionFormat format = negotiateFormat(head.find("Accept"));

@@ -16,7 +16,7 @@ constexpr MetricFamily kProviderErrors{
     "tovra_provider_errors", MetricType::Counter, "",
     "Operations a provider failed (CIM_ERR_FAILED or a status outside the standard ones), for clients and scrapes"};
 constexpr MetricFamily kRefused{"tovra_connections_refused", MetricType::Counter, "",
-                                "Connections closed on arrival because a connection limit was reached"};
+                                "Connections closed on arrival: over a connection limit, or while the server stops"};
 constexpr MetricFamily kOpen{"tovra_open_connections", MetricType::Gauge, "", "Client connections open now"};
 
 constexpr const char *kHandlers[] = {"cim", "metrics"};
@@ -28,6 +28,7 @@ void ServerStats::finished(const Finished &r) {
     if (!r.operation.empty()) ++operations_[{std::string(r.operation), r.cimStatus}];
     if (r.httpStatus != 0) ++responses_[r.httpStatus];
     if (r.providerError) ++providerErrors_;
+    if (r.httpStatus == 0) return;  // the client left before its reply
     Durations &d = durations_[static_cast<std::size_t>(r.route)];
     auto bucket = std::lower_bound(kBounds.begin(), kBounds.end(), r.seconds);
     if (bucket != kBounds.end()) ++d.buckets[static_cast<std::size_t>(bucket - kBounds.begin())];

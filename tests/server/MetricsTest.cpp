@@ -405,6 +405,6 @@ TEST(Metrics, PrometheusScrapesTheFailedDisk) {
     EXPECT_TRUE(std::regex_search(answer, std::regex(R"("enclosure":"1",.*"slot":"7","tovra_disk_state":"failed"\},"value":\[[0-9.]+,"1"\])")))
         << answer << "\ntargets: " << prometheus.api("/api/v1/targets") << "\n" << prometheus.log();
     // Scraped with the credentials of its configuration.
-    EXPECT_NE(server.log().find(" reader GET "), std::string::npos) << server.log();
+    EXPECT_NE(server.log().find(" reader GET metrics - http=200 "), std::string::npos) << server.log();
     EXPECT_EQ(server.stop(), 0) << server.log();
 }
