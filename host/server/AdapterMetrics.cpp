@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <charconv>
 #include <map>
 #include <optional>
@@ -46,16 +47,15 @@ std::string textOf(const InstanceV &inst, const char *name) {
     return v != nullptr && !v->isNull() && cimhost::isTextType(v->type()) ? v->asString() : std::string();
 }
 
-// A number counted from 1 for a label ("Enc1", "Slot1" as the provider names them).
-std::string fromOne(const InstanceV &inst, const char *name) {
+// A position or number for a label; empty when the property holds none.
+std::string counted(const InstanceV &inst, const char *name, uint64_t from) {
     auto n = numberOf(inst, name);
-    return n ? std::to_string(static_cast<uint64_t>(*n) + 1) : std::string();
+    return n && *n >= 0 && *n < 1e15 ? std::to_string(static_cast<uint64_t>(*n) + from) : std::string();
 }
 
-std::string plain(const InstanceV &inst, const char *name) {
-    auto n = numberOf(inst, name);
-    return n ? std::to_string(static_cast<uint64_t>(*n)) : std::string();
-}
+// Counted from 1 ("Enc1", "Slot1" as the provider names them).
+std::string fromOne(const InstanceV &inst, const char *name) { return counted(inst, name, 1); }
+std::string plain(const InstanceV &inst, const char *name) { return counted(inst, name, 0); }
 
 // A state text as a state name: lower case, spaces as '_'.
 std::string stateName(std::string_view text) {
