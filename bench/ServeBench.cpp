@@ -17,7 +17,7 @@ namespace {
 
 struct Served {
     std::unique_ptr<ServerProcess> server;
-    std::string getInstance, getPool, enumerateInstances;
+    std::string getInstance, getPool, enumerateInstances, scrape;
 };
 
 // A whole keep-alive request, head and body.
@@ -42,6 +42,8 @@ Served &served() {
         x.getPool = request("GetInstance",
                             R"(<IPARAMVALUE NAME="InstanceName"><INSTANCENAME CLASSNAME="Tovra_StoragePool"><KEYBINDING )"
                             R"(NAME="InstanceID"><KEYVALUE>Raid Set # 000</KEYVALUE></KEYBINDING></INSTANCENAME></IPARAMVALUE>)");
+        x.scrape = "GET /metrics HTTP/1.1\r\nHost: 127.0.0.1\r\nAuthorization: Basic YWRtaW46c2VjcmV0\r\n"
+                   "Accept: application/openmetrics-text;version=1.0.0,text/plain;version=0.0.4;q=0.5\r\n\r\n";
         return x;
     }();
     return s;
@@ -52,7 +54,8 @@ void run(benchmark::State &state, const std::string &request, size_t expectBytes
     for (auto _ : state) {
         std::string reply;
         if (c.send(request)) reply = c.response(std::chrono::seconds(30));
-        if (reply.rfind("HTTP/1.1 200 ", 0) != 0 || reply.size() < expectBytes || reply.find("<ERROR") != std::string::npos) {
+        if (reply.rfind("HTTP/1.1 200 ", 0) != 0 || reply.size() < expectBytes || reply.find("<ERROR") != std::string::npos ||
+            reply.find("_up{class=\"Tovra_DiskDrive\"} 0") != std::string::npos) {
             state.SkipWithError("request failed");
             break;
         }
@@ -66,11 +69,13 @@ void BM_GetInstancePool(benchmark::State &state) { run(state, served().getPool, 
 void BM_EnumerateInstances316Disks(benchmark::State &state) {
     run(state, served().enumerateInstances, 316 * 1000);
 }
+void BM_ScrapeMetrics316Disks(benchmark::State &state) { run(state, served().scrape, 316 * 1000); }
 
 }  // namespace
 
 BENCHMARK(BM_GetInstanceDisk)->UseRealTime()->Threads(1)->Threads(4);
 BENCHMARK(BM_GetInstancePool)->UseRealTime()->Threads(1)->Threads(4);
 BENCHMARK(BM_EnumerateInstances316Disks)->UseRealTime()->Unit(benchmark::kMillisecond)->Threads(1)->Threads(2);
+BENCHMARK(BM_ScrapeMetrics316Disks)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 BENCHMARK_MAIN();

@@ -8,19 +8,20 @@ namespace cimserver {
 
 using cimhost::iequals;
 
+std::optional<Reply> refuseUnauthenticated(const Users &users, const RequestHead &head, RequestNotes &notes) {
+    const std::string *authorization = head.find("Authorization");
+    auto creds = authorization != nullptr ? basicCredentials(*authorization) : std::nullopt;
+    if (creds) notes.user = creds->first;
+    if (creds && users.verify(creds->first, creds->second)) return std::nullopt;
+    Reply r = refusal(401, nullptr);
+    r.headers.emplace_back("WWW-Authenticate", "Basic realm=\"tovra-cimd\"");
+    return r;
+}
+
 Reply serveCim(const CimContext &context, const RequestHead &head, const std::string &body, RequestNotes &notes) {
-    std::string principal;
-    if (context.users != nullptr) {
-        const std::string *authorization = head.find("Authorization");
-        auto creds = authorization != nullptr ? basicCredentials(*authorization) : std::nullopt;
-        if (creds) notes.user = creds->first;
-        if (!creds || !context.users->verify(creds->first, creds->second)) {
-            Reply r = refusal(401, nullptr);
-            r.headers.emplace_back("WWW-Authenticate", "Basic realm=\"tovra-cimd\"");
-            return r;
-        }
-        principal = creds->first;
-    }
+    if (context.users != nullptr)
+        if (auto refused = refuseUnauthenticated(*context.users, head, notes)) return std::move(*refused);
+    const std::string principal = notes.user;
     const std::string *operation = head.find("CIMOperation");
     if (operation == nullptr || !iequals(*operation, "MethodCall")) return refusal(400, "unsupported-operation");
     if (const std::string *v = head.find("CIMProtocolVersion"); v != nullptr && !versionMajorIs(*v, '1'))
@@ -48,6 +49,9 @@ Reply serveCim(const CimContext &context, const RequestHead &head, const std::st
     Outcome outcome = context.service.run(cim);
     notes.className = outcome.className;
     notes.cimStatus = std::to_string(outcome.code);
+    notes.operationLabel = outcome.operationLabel;
+    notes.cimCode = outcome.code;
+    notes.providerError = outcome.providerError;
     Reply r;
     r.headers.emplace_back("CIMOperation", "MethodResponse");
     r.headers.emplace_back("Content-Type", "application/xml; charset=\"utf-8\"");

@@ -16,6 +16,7 @@ namespace {
 struct Failure {
     CMPIrc rc;
     std::string message;
+    bool fromProvider = false;
 };
 
 [[noreturn]] void fail(CMPIrc rc, std::string message) { throw Failure{rc, std::move(message)}; }
@@ -156,11 +157,14 @@ Outcome CimService::run(const CimRequest &request) const {
 
     CMPIrc rc = CMPI_RC_OK;
     std::string message;
+    std::string_view label = request.intrinsic ? "unsupported" : "InvokeMethod";
+    bool providerError = false;
     try {
         if (request.intrinsic) {
             auto it = std::find_if(intrinsics().begin(), intrinsics().end(),
                                    [&](const Intrinsic &i) { return iequals(i.name, request.method); });
             if (it == intrinsics().end()) fail(CMPI_RC_ERR_NOT_SUPPORTED, request.method + " is not supported");
+            label = it->name;
             for (const NamedParam &p : request.params)
                 if (std::none_of(it->params.begin(), it->params.end(), [&](const char *n) { return iequals(n, p.name); }))
                     fail(CMPI_RC_ERR_INVALID_PARAMETER, request.method + " has no parameter " + p.name);
@@ -171,6 +175,7 @@ Outcome CimService::run(const CimRequest &request) const {
     } catch (const Failure &f) {
         rc = f.rc;
         message = f.message;
+        providerError = f.fromProvider;
     } catch (const std::exception &e) {
         rc = CMPI_RC_ERR_FAILED;
         message = e.what();
@@ -189,7 +194,7 @@ Outcome CimService::run(const CimRequest &request) const {
     }
     w.close(response);
     c.out += "</SIMPLERSP>\n</MESSAGE>\n</CIM>\n";
-    return Outcome{std::move(c.out), std::move(c.className), rc};
+    return Outcome{std::move(c.out), std::move(c.className), rc, label, providerError};
 }
 
 // ---- classes ----------------------------------------------------------------
@@ -236,8 +241,13 @@ void CimService::enumerateClassNames(Call &c) const {
 
 namespace {
 
+// A failed answer of the host; a general failure or a status of the
+// provider's own counts against the provider.
 void check(const Reply &r) {
-    if (!r.ok()) fail(r.rc, r.message);
+    if (r.ok()) return;
+    const int code = static_cast<int>(r.rc);
+    const bool provider = code == CMPI_RC_ERR_FAILED || code < 0 || code >= static_cast<int>(kDescriptions.size());
+    throw Failure{r.rc, r.message, provider};
 }
 
 bool listed(const std::vector<std::string> &list, std::string_view name) {

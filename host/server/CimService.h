@@ -26,6 +26,8 @@ struct Outcome {
     std::string body;       // the whole response message
     std::string className;  // the class the request was about, for the log
     int code = 0;           // CIM status code of the answer
+    std::string_view operationLabel;  // an intrinsic operation's name, "InvokeMethod" or "unsupported"
+    bool providerError = false;       // a provider failed: CIM_ERR_FAILED or a status outside the standard ones
 };
 
 class CimService {
@@ -34,6 +36,8 @@ public:
 
     // Runs on the calling thread with whatever principal the caller set.
     Outcome run(const CimRequest &request) const;
+
+    cimhost::Host &host() const { return host_; }
 
 private:
     struct Call;

@@ -49,13 +49,34 @@ std::optional<unsigned long long> decimal(std::string_view s) {
 
 }  // namespace
 
-std::optional<Reply> checkHead(const RequestHead &head, const HeadLimits &limits) {
+Route routeOf(std::string_view path) { return path == "/metrics" ? Route::Metrics : Route::Cim; }
+
+namespace {
+
+// GET without a body; the metrics carry no CIMError headers.
+std::optional<Reply> checkMetricsHead(const RequestHead &head) {
+    constexpr bool close = true;
+    if (head.method != "GET") {
+        Reply r = refusal(405, nullptr, close);
+        r.headers.emplace_back("Allow", "GET");
+        return r;
+    }
+    for (const auto &[key, value] : head.headers)
+        if (iequals(key, "Transfer-Encoding") || (iequals(key, "Content-Length") && decimal(value) != 0ull))
+            return refusal(400, nullptr, close);
+    return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<Reply> checkHead(const RequestHead &head, const HeadLimits &limits, Route route) {
     constexpr bool close = true;
     std::size_t bytes = head.method.size() + head.url.size() + head.version.size() + 4;
     for (const auto &[key, value] : head.headers) bytes += key.size() + value.size() + 4;
     if (head.headers.size() > limits.maxHeaders || bytes > limits.maxHeaderBytes)
         return refusal(431, "request-not-valid", close);
     if (head.version == "HTTP/1.1" && head.count("Host") != 1) return refusal(400, "request-not-valid", close);
+    if (route == Route::Metrics) return checkMetricsHead(head);
     if (head.method == "M-POST") return refusal(501, nullptr, close);  // clients retry with POST
     if (head.method != "POST") {
         Reply r = refusal(405, nullptr, close);

@@ -36,10 +36,15 @@ struct HeadLimits {
     std::size_t maxBody = 1 << 20;
 };
 
+// What a request asks for, by its path: the metrics (GET /metrics) or a CIM
+// operation (POST to any other path).
+enum class Route { Cim, Metrics };
+Route routeOf(std::string_view path);
+
 // A refusal when the head alone settles the request; nullopt when the body
 // is to be read. The reply to a refused head always closes the connection
 // (its body, if any, is never read).
-std::optional<Reply> checkHead(const RequestHead &head, const HeadLimits &limits);
+std::optional<Reply> checkHead(const RequestHead &head, const HeadLimits &limits, Route route = Route::Cim);
 
 // A refusal with the CIMError header CIM-XML defines for it (none when
 // cimError is null).

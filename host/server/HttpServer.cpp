@@ -70,13 +70,17 @@ std::string fileText(const std::string &path) {
 
 struct HttpServer::Impl {
     Impl(const CimService &service, const Users *users, ServerOptions o, LogSink l)
-        : options(std::move(o)), log(std::move(l)), cim{service, users, options.limits},
+        : options(std::move(o)), log(std::move(l)), cim{service, users, options.limits}, adapter(service.host()),
+          metrics{adapter, options.metricsNoAuth ? nullptr : users, stats, [this] { return admission.open(); }},
           pool(options.threads, options.queue),
           admission(options.maxConnections, options.maxConnectionsPerAddress) {}
 
     ServerOptions options;
     LogSink log;
     CimContext cim;
+    AdapterMetrics adapter;
+    ServerStats stats;
+    MetricsContext metrics;
     WorkerPool pool;
     Admission admission;
     std::vector<std::unique_ptr<Listener>> listeners;
@@ -128,11 +132,12 @@ HttpServer::Ports HttpServer::bind() {
         tlsConfig.keyPem = fileText(s.options.keyFile);
     }
     auto [fd, port] = listenOn(s.options.address, s.options.port);
-    s.listeners.push_back(std::make_unique<Listener>(fd, s.config(), s.cim, s.pool, s.admission, s.log));
+    s.listeners.push_back(std::make_unique<Listener>(fd, s.config(), s.cim, s.metrics, s.pool, s.admission, s.log));
     ports.http = port;
     if (https) {
         auto [tlsFd, tlsPort] = listenOn(s.options.address, s.options.httpsPort);
-        s.listeners.push_back(std::make_unique<Listener>(tlsFd, std::move(tlsConfig), s.cim, s.pool, s.admission, s.log));
+        s.listeners.push_back(
+            std::make_unique<Listener>(tlsFd, std::move(tlsConfig), s.cim, s.metrics, s.pool, s.admission, s.log));
         ports.https = tlsPort;
     }
     return ports;

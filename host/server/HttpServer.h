@@ -34,6 +34,7 @@ struct ServerOptions {
     double idleTimeout = 5;       // seconds without a byte before a connection is closed
     double shutdownTimeout = 5;   // seconds operations in flight get to finish on stop()
     bool authenticate = true;     // false: anybody, with a principal whose text is NULL
+    bool metricsNoAuth = false;   // GET /metrics without credentials
 };
 
 class HttpServer {

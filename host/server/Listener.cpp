@@ -27,6 +27,11 @@ bool Admission::admit(const std::string &address) {
     return count_ <= total_ && mine <= perAddress_;
 }
 
+unsigned Admission::open() {
+    std::lock_guard lock(mutex_);
+    return count_;
+}
+
 void Admission::release(const std::string &address) {
     std::lock_guard lock(mutex_);
     auto it = byAddress_.find(address);
@@ -47,6 +52,7 @@ struct Listener::Conn {
 struct Listener::Exchange {
     Conn *conn = nullptr;
     Clock::time_point start = Clock::now();
+    Route route = Route::Cim;
     RequestHead head;
     std::string body;
     bool queued = false;    // a reply went to the daemon
@@ -113,9 +119,9 @@ struct DaemonCallbacks {
     }
 };
 
-Listener::Listener(int listenFd, ListenerConfig config, const CimContext &cim, WorkerPool &pool,
-                   Admission &admission, LogSink log)
-    : config_(std::move(config)), cim_(cim), pool_(pool), admission_(admission), log_(std::move(log)),
+Listener::Listener(int listenFd, ListenerConfig config, const CimContext &cim, const MetricsContext &metrics,
+                   WorkerPool &pool, Admission &admission, LogSink log)
+    : config_(std::move(config)), cim_(cim), metrics_(metrics), pool_(pool), admission_(admission), log_(std::move(log)),
       listenFd_(listenFd), tls_(!config_.certPem.empty()) {
     unsigned flags = MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG | MHD_USE_TURBO;
     if (tls_) flags |= MHD_USE_TLS;
@@ -173,6 +179,7 @@ void Listener::opened(MHD_Connection *c, void **socketContext) {
         if (!tls_) (void)send(conn->fd, kBusy.data(), kBusy.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
         shutdown(conn->fd, SHUT_RDWR);
         conn->expired = true;
+        metrics_.stats.connectionRefused();
         log_(logField(conn->peer) + " - - - - http=503 cim=- 0.0ms");
     }
 }
@@ -191,6 +198,7 @@ void Listener::completed(void **reqCls) {
     if (!ex) return;
     Conn &conn = *ex->conn;
     writeLog(conn, ex.get(), ex->status);
+    count(*ex);
     conn.exchange = nullptr;
     conn.phase = Conn::Phase::Reading;
     conn.since = Clock::now();
@@ -208,6 +216,17 @@ void Listener::writeLog(const Conn &conn, const Exchange *ex, int status) {
     log_(line);
 }
 
+void Listener::count(const Exchange &ex) {
+    ServerStats::Finished f;
+    f.route = ex.route;
+    f.httpStatus = ex.status;
+    f.operation = ex.notes.operationLabel;
+    f.cimStatus = ex.notes.cimCode;
+    f.providerError = ex.notes.providerError;
+    f.seconds = std::chrono::duration<double>(Clock::now() - ex.start).count();
+    metrics_.stats.finished(f);
+}
+
 int Listener::request(MHD_Connection *c, const char *url, const char *method, const char *version, const char *data,
                       std::size_t *size, void **reqCls) {
     auto *ex = static_cast<Exchange *>(*reqCls);
@@ -223,9 +242,10 @@ int Listener::request(MHD_Connection *c, const char *url, const char *method, co
         ex->head.method = method;
         ex->head.url = url;
         ex->head.version = version;
+        ex->route = routeOf(ex->head.url);
         MHD_get_connection_values_n(c, MHD_HEADER_KIND, &DaemonCallbacks::header, &ex->head);
         if (draining_) return queue(c, *ex, refusal(503, nullptr, true));
-        if (auto refused = checkHead(ex->head, config_.head)) return queue(c, *ex, std::move(*refused));
+        if (auto refused = checkHead(ex->head, config_.head, ex->route)) return queue(c, *ex, std::move(*refused));
         return 1;
     }
     if (ex->queued) {  // refused from its head: whatever body comes is dropped
@@ -257,7 +277,8 @@ void Listener::dispatch(MHD_Connection *c, Exchange &ex) {
     Exchange *job = &ex;
     bool posted = pool_.tryPost([this, c, job] {
         try {
-            job->reply = serveCim(cim_, job->head, job->body, job->notes);
+            job->reply = job->route == Route::Metrics ? serveMetrics(metrics_, job->head, job->notes)
+                                                      : serveCim(cim_, job->head, job->body, job->notes);
         } catch (const std::exception &) {
             job->reply = refusal(500, nullptr);
         }

@@ -6,6 +6,7 @@
 
 #include "CimExchange.h"
 #include "HttpRules.h"
+#include "MetricsExchange.h"
 #include "WorkerPool.h"
 
 #include <atomic>
@@ -27,6 +28,7 @@ public:
     Admission(unsigned total, unsigned perAddress) : total_(total), perAddress_(perAddress) {}
     bool admit(const std::string &address);
     void release(const std::string &address);
+    unsigned open();
 
 private:
     std::mutex mutex_;
@@ -48,8 +50,8 @@ class Listener {
 public:
     using LogSink = std::function<void(const std::string &)>;
     // Takes the listening socket; throws std::runtime_error.
-    Listener(int listenFd, ListenerConfig config, const CimContext &cim, WorkerPool &pool, Admission &admission,
-             LogSink log);
+    Listener(int listenFd, ListenerConfig config, const CimContext &cim, const MetricsContext &metrics, WorkerPool &pool,
+             Admission &admission, LogSink log);
     ~Listener();
     Listener(const Listener &) = delete;
     Listener &operator=(const Listener &) = delete;
@@ -77,9 +79,11 @@ private:
     void sweep();
     bool busy() const;
     void writeLog(const Conn &conn, const Exchange *ex, int status);
+    void count(const Exchange &ex);
 
     ListenerConfig config_;
     const CimContext &cim_;
+    const MetricsContext &metrics_;
     WorkerPool &pool_;
     Admission &admission_;
     LogSink log_;

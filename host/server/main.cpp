@@ -94,6 +94,7 @@ int main(int argc, char **argv) {
     app.add_flag("--allow-weak-hashes", usersPolicy.allowWeakHashes,
                  "accept users-file hash kinds weaker than yescrypt (SHA-512, bcrypt, MD5)");
     app.add_flag("--no-auth", noAuth, "serve without authentication (methods are then refused)");
+    app.add_flag("--metrics-no-auth", serverOptions.metricsNoAuth, "serve GET /metrics without authentication");
     app.add_flag("--syslog", useSyslog, "log requests to syslog instead of standard error");
     app.add_flag("--echo-broker-log", hostOptions.echoBrokerLog, "broker log lines also to standard error");
     app.add_flag("--hash-password", hashOnly, "print a hash for a users file of the password read from standard input");

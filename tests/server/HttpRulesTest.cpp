@@ -16,6 +16,13 @@ RequestHead post(std::vector<std::pair<std::string, std::string>> extra, std::st
     return h;
 }
 
+RequestHead scrape(std::vector<std::pair<std::string, std::string>> extra, std::string method = "GET",
+                   std::string path = "/metrics") {
+    RequestHead h = post(std::move(extra), std::move(method));
+    h.url = std::move(path);
+    return h;
+}
+
 }  // namespace
 
 TEST(HttpRules, HeadChecks) {
@@ -51,10 +58,23 @@ TEST(HttpRules, HeadChecks) {
         {"headers too long", post({{"A", std::string(2040, 'a')}}), 431, "request-not-valid"},
         {"M-POST", post({{"Content-Length", "1"}}, "M-POST"), 501},
         {"GET", post({}, "GET"), 405},
+        // The metrics: GET without a body.
+        {"a scrape", scrape({}), 0},
+        {"a scrape with an empty body", scrape({{"Content-Length", "0"}}), 0},
+        {"a scrape with a body", scrape({{"Content-Length", "5"}}), 400},
+        {"a scrape with a broken length", scrape({{"Content-Length", "x"}}), 400},
+        {"a chunked scrape", scrape({{"Transfer-Encoding", "chunked"}}), 400},
+        {"POST to the metrics", scrape({{"Content-Length", "1"}}, "POST"), 405},
+        {"HEAD of the metrics", scrape({}, "HEAD"), 405},
+        {"a scrape without Host", RequestHead{"GET", "/metrics", "HTTP/1.1", {}}, 400, "request-not-valid"},
+        {"a scrape with too many headers", scrape({{"A", "1"}, {"B", "1"}, {"C", "1"}, {"D", "1"}, {"E", "1"}, {"F", "1"}, {"G", "1"}, {"H", "1"}}),
+         431, "request-not-valid"},
+        {"GET of a path below the metrics", scrape({}, "GET", "/metrics/"), 405},
+        {"GET of the metrics in capitals", scrape({}, "GET", "/METRICS"), 405},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
-        auto refused = checkHead(c.head, limits);
+        auto refused = checkHead(c.head, limits, routeOf(c.head.url));
         ASSERT_EQ(refused ? refused->status : 0, c.status);
         if (!refused) continue;
         EXPECT_TRUE(refused->close);
