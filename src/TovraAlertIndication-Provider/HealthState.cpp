@@ -40,7 +40,8 @@ struct Reader {
 };
 
 Condition disk(const DiskInfo &d, const std::string &system) {
-    const std::string state = text(d.DeviceState);
+    // A RAID set member reads with no state text of its own.
+    const std::string state = text(d.DeviceState).empty() ? "Normal" : text(d.DeviceState);
     const std::string what = "Disk " + std::string(d.Enc) + " " + d.Slot + " (" + d.SerialNumber + ")";
     const ElementRef element = device("Tovra_DiskDrive", d.SerialNumber, system);
     if (state == "FAILED") return {state, severity::Critical, alerttype::DeviceAlert, cause::DiskFailure, what, element};
