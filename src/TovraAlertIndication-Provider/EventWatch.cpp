@@ -44,12 +44,17 @@ bool EventWatch::newEvents(int fd, std::vector<EventInfo> &fresh) {
     unsigned count = 0;
     uint32_t newestTime = 0;
     if (!PollEventLog(&rc, fd, &count, &newestTime) || rc.rc != CMPI_RC_OK) return false;
-    if (based_ && count == count_ && newestTime == newestTime_) return true;
-
     std::vector<EventInfo> read;
     bool present = false;
     EventInfo e;
     const unsigned readable = std::min(count, kLogSize);
+    if (based_ && count == count_ && newestTime == newestTime_) {
+        // Nothing was added, unless the log is full (its count stays) and the
+        // newest event came within the same second: then the newest tells.
+        if (count < kLogSize || !newest_) return true;
+        if (!this->read(fd, 0, present, e)) return false;
+        if (present && same(e, *newest_)) return true;
+    }
     if (!based_) {
         // Where the log stands: its newest event only.
         if (readable > 0 && !this->read(fd, 0, present, e)) return false;
