@@ -126,8 +126,6 @@ void AlertMonitor::reconcile(const CMPIContext *ctx) {
     if (!wanted && thread_.joinable()) stop();
 }
 
-// The readings the thread compares with are taken here, in the request, so
-// that whatever changes after the call returns is reported.
 void AlertMonitor::start(const CMPIContext *ctx) {
     CMPIContext *threadContext = CBPrepareAttachThread(broker_, ctx);
     if (threadContext == nullptr) {
@@ -135,9 +133,6 @@ void AlertMonitor::start(const CMPIContext *ctx) {
         return;
     }
     watch_ = Watch{};
-    std::vector<Alert> none;
-    std::string systemName;
-    round(watch_, none, systemName);
     {
         std::lock_guard lock(wakeMutex_);
         stopping_ = false;
@@ -159,8 +154,9 @@ void AlertMonitor::stop() {
 void AlertMonitor::run(const CMPIBroker *broker, const std::string &ns, CMPIContext *threadContext,
                        std::chrono::milliseconds every) {
     CBAttachThread(broker, threadContext);
-    for (;;) {
-        {
+    // The first round reads what the adapter shows now: it raises nothing.
+    for (bool first = true;; first = false) {
+        if (!first) {
             std::unique_lock lock(wakeMutex_);
             if (wake_.wait_for(lock, every, [this] { return stopping_; })) break;
         }

@@ -46,8 +46,8 @@ private:
     void run(const CMPIBroker *broker, const std::string &ns, CMPIContext *threadContext,
              std::chrono::milliseconds every);
 
-    // Everything the thread reads between rounds; touched by the thread only
-    // while it runs, and by start before it does.
+    // What the thread knows between rounds; touched by the thread only while
+    // it runs, and reset by start before it does.
     struct Watch {
         bool healthKnown = false;
         KnownConditions known;
