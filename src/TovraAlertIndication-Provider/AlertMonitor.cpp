@@ -61,8 +61,15 @@ void addEventAlerts(const std::vector<EventInfo> &fresh, const HealthSnapshot *h
 }  // namespace
 
 AlertMonitor &AlertMonitor::instance() {
-    static AlertMonitor *monitor = new AlertMonitor;  // lives as long as the library
-    return *monitor;
+    static AlertMonitor monitor;  // goes with the library
+    return monitor;
+}
+
+// A CIMOM calls cleanup before it unloads the library; a thread still
+// running at unload or exit is stopped here all the same.
+AlertMonitor::~AlertMonitor() {
+    std::lock_guard lock(control_);
+    if (thread_.joinable()) stop();
 }
 
 std::chrono::milliseconds AlertMonitor::interval() {

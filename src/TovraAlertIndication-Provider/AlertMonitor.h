@@ -23,6 +23,9 @@ namespace tovra::alerts {
 class AlertMonitor {
 public:
     static AlertMonitor &instance();
+    ~AlertMonitor();
+    AlertMonitor(const AlertMonitor &) = delete;
+    AlertMonitor &operator=(const AlertMonitor &) = delete;
 
     void setBroker(const CMPIBroker *broker);
     CMPIStatus activate(const CMPIContext *ctx, const CMPISelectExp *filter, const CMPIObjectPath *classPath);
