@@ -149,6 +149,11 @@ void AlertMonitor::start(const CMPIContext *ctx) {
     });
 }
 
+bool AlertMonitor::stopAsked() {
+    std::lock_guard lock(wakeMutex_);
+    return stopping_;
+}
+
 void AlertMonitor::stop() {
     {
         std::lock_guard lock(wakeMutex_);
@@ -170,8 +175,12 @@ void AlertMonitor::run(const CMPIBroker *broker, const std::string &ns, CMPICont
         std::vector<Alert> alerts;
         std::string systemName;
         round(watch_, alerts, systemName);
-        // Delivered holding no lock of this provider.
-        for (const Alert &a : alerts) deliverAlert(broker, threadContext, ns, systemName, a);
+        // Delivered holding no lock of this provider; a stop asked for
+        // meanwhile (the last filter went) ends the deliveries.
+        for (const Alert &a : alerts) {
+            if (stopAsked()) break;
+            deliverAlert(broker, threadContext, ns, systemName, a);
+        }
     }
     CBDetachThread(broker, threadContext);
 }

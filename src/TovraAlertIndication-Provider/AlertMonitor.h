@@ -46,6 +46,7 @@ private:
     void reconcile(const CMPIContext *ctx);
     void start(const CMPIContext *ctx);
     void stop();
+    bool stopAsked();
     void run(const CMPIBroker *broker, const std::string &ns, CMPIContext *threadContext,
              std::chrono::milliseconds every);
 

@@ -117,8 +117,12 @@ protected:
     }
     // The alerts received since `from`, once `n` are there and three more
     // rounds brought nothing else.
+    // They come within two intervals: by the end of the second round that
+    // starts after the change (the poll count read may be one ahead).
     std::vector<InstanceV> settle(size_t from, size_t n) {
+        const unsigned polls = sim::exchanges(kPoll);
         EXPECT_TRUE(eventually([&] { return count() >= from + n; })) << "only " << count() - from << " alerts";
+        EXPECT_LE(sim::exchanges(kPoll), polls + 3) << "later than two intervals";
         EXPECT_TRUE(rounds(3));
         std::vector<InstanceV> all = received();
         return {all.begin() + static_cast<long>(std::min(from, all.size())), all.end()};
