@@ -83,7 +83,7 @@ TEST_F(PoolMethods, OneTableOfArgumentsFramesAndReplies) {
         // enclosure byte stays 0 - 1); 1024 payload bytes.
         {"expand", "ExpandRAIDSet", expand({4, 5, 3}, {2, 2, 2}), 0x52,
          bytes({head, {0x00, 0x04, 0x52, 0x01, 0x03, 0, 0, 0, 0x01, 0x03, 0x01, 0x04, 0xFF, 0x02},
-                std::vector<uint8_t>(1015, 0), {0x64}}),
+                std::vector<uint8_t>(1012, 0), {0x64}}),
          noDrive,
          "NO PHYSICAL DRIVE"},
         {"expand with one set cached", "ExpandRAIDSet", expand({4, 5, 3}, {2, 2, 2}), 0x52,
