@@ -486,7 +486,7 @@ struct TwinBroker {
     }
 };
 
-TEST_F(Associations, AllPairsPairsEveryControllerKeyRulesOnlyTheirKeys) {
+TEST_F(Associations, AllPairsCrossesControllersAKeyRuleDoesNot) {
     struct Case {
         const char *assoc;
         std::vector<Returned> pairs;
@@ -562,7 +562,7 @@ TEST_F(Associations, ABrokerFailureEndsTheRequestWithTheResultsSoFar) {
     }
 }
 
-// ---- the key rules beyond what the adapter's values can show -----------------
+// ---- the key rules where the adapter's values cannot differ -----------------
 
 CMPIData number(CMPIType type, uint64_t v) {
     CMPIData d{};
@@ -590,8 +590,6 @@ TEST(KeyRules, CompareAsTheirRuleSays) {
         {KeyRule::Equal32, number(CMPI_uint32, 0x106), number(CMPI_uint32, 6), false, false},
         {KeyRule::SameText, chars("Encl A"), chars("Encl A"), true, false},  // chars is not string
         {KeyRule::LeftContainsRight, chars("anything"), chars(""), false, true},
-        {KeyRule::RightContainsLeft, chars("PC0"), chars("Package PC0"), false, true},
-        {KeyRule::RightContainsLeft, chars("Package PC0"), chars("PC0"), false, false},
     };
     for (size_t i = 0; i < std::size(cases); ++i) {
         SCOPED_TRACE(i);
