@@ -6,7 +6,6 @@
 
 #include <atomic>
 #include <new>
-#include <optional>
 
 // The library's exchange buffers come from this nothrow new[] (the test
 // exports it): armed, it refuses the next allocations of three 1060-byte
