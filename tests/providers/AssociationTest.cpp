@@ -441,13 +441,14 @@ TEST_F(Associations, DirectCallsAnswerAsTheirRequestAsks) {
 // of an enumeration on to the host's and adds a second controller system,
 // "TV99", to every enumeration of that class.
 struct TwinBroker {
+    struct Listed {
+        std::vector<CMPIData> items;
+        CMPIEnumeration en;
+    };
     static inline const CMPIBroker *host = nullptr;
-    static inline std::vector<std::unique_ptr<std::vector<CMPIData>>> lists;
-    static inline std::vector<std::unique_ptr<CMPIEnumeration>> enums;
+    static inline std::vector<std::unique_ptr<Listed>> enums;
 
-    static std::vector<CMPIData> &items(const CMPIEnumeration *en) {
-        return *static_cast<std::vector<CMPIData> *>(en->hdl);
-    }
+    static std::vector<CMPIData> &items(const CMPIEnumeration *en) { return static_cast<Listed *>(en->hdl)->items; }
     static inline CMPIEnumerationFT enumFT = {
         CMPICurrentVersion, [](CMPIEnumeration *) { return CMPIStatus{CMPI_RC_OK, nullptr}; },
         [](const CMPIEnumeration *, CMPIStatus *) -> CMPIEnumeration * { return nullptr; },
@@ -464,12 +465,13 @@ struct TwinBroker {
                                       const char **props, CMPIStatus *rc) {
         CMPIEnumeration *en = CBEnumInstances(host, ctx, op, props, rc);
         if (en == nullptr || charsOf(CMGetClassName(op, nullptr)) != "Tovra_RAIDControllerSystem") return en;
-        auto &list = *lists.emplace_back(std::make_unique<std::vector<CMPIData>>());
-        while (CMHasNext(en, nullptr)) list.push_back(CMGetNext(en, nullptr));
+        Listed &listed = *enums.emplace_back(std::make_unique<Listed>());
+        while (CMHasNext(en, nullptr)) listed.items.push_back(CMGetNext(en, nullptr));
         CMPIObjectPath *second = CMNewObjectPath(host, kNs, "Tovra_RAIDControllerSystem", nullptr);
         CMAddKey(second, "Name", "TV99", CMPI_chars);
-        list.push_back(CMPIData{CMPI_instance, CMPI_goodValue, {.inst = CMNewInstance(host, second, nullptr)}});
-        return enums.emplace_back(std::make_unique<CMPIEnumeration>(CMPIEnumeration{&list, &enumFT})).get();
+        listed.items.push_back(CMPIData{CMPI_instance, CMPI_goodValue, {.inst = CMNewInstance(host, second, nullptr)}});
+        listed.en = CMPIEnumeration{&listed, &enumFT};
+        return &listed.en;
     }
 
     CMPIBrokerFT bft{};
@@ -528,7 +530,6 @@ TEST_F(Associations, AllPairsCrossesControllersAKeyRuleDoesNot) {
             create(broker, nullptr, nullptr);  // the host's broker again
         });
         TwinBroker::enums.clear();
-        TwinBroker::lists.clear();
     }
 }
 
