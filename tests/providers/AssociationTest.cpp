@@ -3,6 +3,7 @@
 // only in case, serials that contain each other, tags that contain the
 // controller's serial "25". The expected pairs are written out, so a module
 // with another rule, role or superclass fails.
+#include "DirectCall.h"
 #include "Harness.h"
 
 #include <AssociationHelpers.h>
@@ -265,47 +266,18 @@ TEST_F(Associations, NarrowedAndEmptyAnswers) {
 
 // ---- calls straight into a module's tables -------------------------------------
 
-// What a module returns through a result of the test's own: per object its
-// namespace, then its property names (instances) or its references as
-// "role=id" (paths), sorted.
+// What a module returned (DirectCall.h), with each reference as the
+// identifying key value of its path.
 using Returned = std::vector<std::string>;
-struct Recorder {
-    std::vector<Returned> objects;
-    int done = 0;
-};
-
-std::string charsOf(CMPIString *s) { return s != nullptr ? CMGetCharsPtr(s, nullptr) : ""; }
-
-CMPIStatus record(const CMPIResult *r, const CMPIObjectPath *op, const CMPIInstance *inst) {
-    Returned seen;
-    const CMPICount n = inst != nullptr ? CMGetPropertyCount(inst, nullptr) : CMGetKeyCount(op, nullptr);
-    for (CMPICount i = 0; i < n; ++i) {
-        CMPIString *name = nullptr;
-        const CMPIData d = inst != nullptr ? CMGetPropertyAt(inst, i, &name, nullptr) : CMGetKeyAt(op, i, &name, nullptr);
-        if (inst != nullptr)
-            seen.push_back(charsOf(name));
-        else if (d.type == CMPI_ref)
-            seen.push_back(charsOf(name) + "=" + idOf(charsOf(CMObjectPathToString(d.value.ref, nullptr))));
-    }
-    std::sort(seen.begin(), seen.end());
-    seen.insert(seen.begin(), charsOf(CMGetNameSpace(op, nullptr)));
-    static_cast<Recorder *>(r->hdl)->objects.push_back(std::move(seen));
-    return CMPIStatus{CMPI_RC_OK, nullptr};
+std::vector<Returned> returned(const direct::RecordingResult &result) {
+    std::vector<Returned> out = result.outcome.objects;
+    for (Returned &o : out)
+        for (std::string &s : o)
+            if (const size_t eq = s.find('='); eq != std::string::npos) s = s.substr(0, eq + 1) + idOf(s.substr(eq + 1));
+    return out;
 }
 
-CMPIResultFT recordingFT = {
-    CMPICurrentVersion,
-    [](CMPIResult *) { return CMPIStatus{CMPI_RC_OK, nullptr}; },
-    [](const CMPIResult *, CMPIStatus *) -> CMPIResult * { return nullptr; },
-    [](const CMPIResult *, const CMPIValue *, CMPIType) { return CMPIStatus{CMPI_RC_ERR_NOT_SUPPORTED, nullptr}; },
-    [](const CMPIResult *r, const CMPIInstance *inst) { return record(r, CMGetObjectPath(inst, nullptr), inst); },
-    [](const CMPIResult *r, const CMPIObjectPath *op) { return record(r, op, nullptr); },
-    [](const CMPIResult *r) {
-        ++static_cast<Recorder *>(r->hdl)->done;
-        return CMPIStatus{CMPI_RC_OK, nullptr};
-    },
-    [](const CMPIResult *, const CMPIError *) { return CMPIStatus{CMPI_RC_ERR_NOT_SUPPORTED, nullptr}; },
-};
+std::string charsOf(CMPIString *s) { return s != nullptr ? CMGetCharsPtr(s, nullptr) : ""; }
 
 // A path from "ns:Class.Key=\"value\"" (one key at most).
 CMPIObjectPath *pathFrom(const CMPIBroker *broker, const std::string &text) {
@@ -422,11 +394,10 @@ TEST_F(Associations, DirectCallsAnswerAsTheirRequestAsks) {
                 std::vector<const char *> props;
                 for (const std::string &p : list) props.push_back(p.c_str());
                 props.push_back(nullptr);
-                Recorder seen;
-                CMPIResult result{&seen, &recordingFT};
-                EXPECT_EQ(call(op, assoc, inst, ctx, &result, cop, c.properties ? props.data() : nullptr).rc, c.rc);
-                EXPECT_EQ(seen.done, 1);
-                EXPECT_TRUE(matches(seen.objects, c.returned)) << seen.objects.size();
+                direct::RecordingResult result;
+                EXPECT_EQ(call(op, assoc, inst, ctx, result.get(), cop, c.properties ? props.data() : nullptr).rc, c.rc);
+                EXPECT_EQ(result.outcome.doneCount, 1);
+                EXPECT_TRUE(matches(returned(result), c.returned)) << result.outcome.objects.size();
             });
         }
         if (!c.line.empty()) {
@@ -522,11 +493,10 @@ TEST_F(Associations, AllPairsCrossesControllersAKeyRuleDoesNot) {
         inRequest([&](const CMPIBroker *broker, const CMPIContext *ctx) {
             TwinBroker::host = broker;
             create(&twin.broker, nullptr, nullptr);
-            Recorder seen;
-            CMPIResult result{&seen, &recordingFT};
-            EXPECT_EQ(inst->ft->enumerateInstanceNames(inst, ctx, &result, CMNewObjectPath(broker, kNs, c.assoc, nullptr)).rc,
-                      CMPI_RC_OK);
-            EXPECT_EQ(seen.objects, c.pairs);
+            direct::RecordingResult result;
+            CMPIObjectPath *cop = CMNewObjectPath(broker, kNs, c.assoc, nullptr);
+            EXPECT_EQ(inst->ft->enumerateInstanceNames(inst, ctx, result.get(), cop).rc, CMPI_RC_OK);
+            EXPECT_EQ(returned(result), c.pairs);
             create(broker, nullptr, nullptr);  // the host's broker again
         });
         TwinBroker::enums.clear();
