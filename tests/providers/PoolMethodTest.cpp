@@ -101,6 +101,7 @@ TEST_F(PoolMethods, OneTableOfArgumentsFramesAndReplies) {
          bytes({head, {0x0B, 0x00, 0x55, 0xFF, 0xFF, 0xFF, 0xFF, 0x00, 0x04, 0x00, 0x00, 0x00, 0x00, 0x60}}), CMPI_RC_OK, "OK"},
     };
     expectRows({"Tovra_StoragePool", {"Tovra_StoragePool", "Tovra_StorageVolume", "Tovra_DiskDrive"}}, cases);
+    EXPECT_TRUE(logged("SendCreateRAIDs: No.1"));
     EXPECT_TRUE(logged("TovraStoragePoolProviderInvokeMethod: diskArray[1] = 2"));
     EXPECT_TRUE(logged("CreateRAIDSet: Sarting"));
     EXPECT_TRUE(logged("ParseRAIDSetCommandCode: Ending return(71)"));
