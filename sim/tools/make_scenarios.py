@@ -260,6 +260,35 @@ def bare():
             "enclosures": [enc0], "raidSets": [], "volumes": [], "events": [], "password": "0000"}
 
 
+def pairs():
+    # Key values on which the association rules disagree: enclosure names that
+    # contain each other or differ only in case, serial numbers that contain
+    # each other, package tags that contain the controller's serial "25", and
+    # a RAID set without volumes.
+    def enclosure(index, product, disks):
+        return {"index": index, "vendor": "Tovra", "product": product, "revision": "0210", "type": 2,
+                "slots": len(disks), "sensors": [], "disks": disks}
+    return {
+        "controller": dict(CONTROLLER, serial="25"), "driver": DRIVER, "pci": PCI, "battery": BATTERY,
+        "enclosures": [
+            enclosure(0, "Expander", [sas_disk(0, "PAIR1"), sas_disk(1, "PAIR12")]),
+            enclosure(1, "TV-8012 Expander", [sas_disk(0, "PAIR2"), sas_disk(1, "PAIR3")]),
+            enclosure(2, "tv-8012 expander", [sas_disk(0, "PAIR4")]),
+        ],
+        "raidSets": [
+            {"number": 0, "name": "Raid Set # 000", "members": [[0, 0], [1, 0]]},
+            {"number": 1, "name": "Raid Set # 001", "members": [[1, 1]]},
+            {"number": 2, "name": "Raid Set # 002", "members": [[2, 0]]},
+        ],
+        "volumes": [
+            volume(0, 0, "Volume Set # 000", 100, 3, 0),
+            volume(1, 0, "Volume Set # 001", 100, 0, 1),
+            volume(2, 1, "Volume Set # 002", 100, 0, 2),
+        ],
+        "events": [], "settings": settings(), "password": "",
+    }
+
+
 def write(name, scenario):
     with open(os.path.join(OUT, name + ".json"), "w") as f:
         if name == "full":
@@ -274,3 +303,4 @@ if __name__ == "__main__":
     write("full", full())
     write("edge", edge())
     write("bare", bare())
+    write("pairs", pairs())

@@ -122,6 +122,7 @@ TEST_F(Adapter, GetInstanceByTheKeyOfEachClass) {
         {"Tovra_Battery", "DeviceID", "Battery0"},
         {"Tovra_SASSATAPort", "DeviceID", "Port2"},
         {"Tovra_Chassis", "Tag", "TV-8012 Expander0210"},
+        {"Tovra_EventLog", "InstanceID", "TV12A0005531:EventLog"},
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(std::string(row.cls) + " " + row.value);

@@ -1,15 +1,18 @@
 // Calls a module's invokeMethod directly with a CMPIArgs list built by the
 // caller through the host's broker, so arguments of any type (not only the
 // declared ones the host would convert to) reach the provider. The result is
-// recorded: the return value's text and how often the result was ended.
+// recorded: the return value's text, the objects returned and how often the
+// result was ended.
 #pragma once
 
 #include <cmpift.h>
 #include <cmpimacs.h>
 
+#include <algorithm>
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace direct {
 
@@ -20,6 +23,9 @@ struct Outcome {
     std::optional<std::string> value;  // a chars or string return value
     int dataCount = 0;
     int doneCount = 0;
+    // Objects returned: each its namespace, then its property names (an
+    // instance) or its reference keys as "name=path" (an object path), sorted.
+    std::vector<std::vector<std::string>> objects;
 };
 
 class RecordingResult {
@@ -45,8 +51,30 @@ private:
             o.value = CMGetCharsPtr(v->string, nullptr);
         return ok();
     }
-    static CMPIStatus returnInstance(const CMPIResult *, const CMPIInstance *) { return ok(); }
-    static CMPIStatus returnObjectPath(const CMPIResult *, const CMPIObjectPath *) { return ok(); }
+    static std::string text(CMPIString *s) { return s != nullptr ? CMGetCharsPtr(s, nullptr) : ""; }
+    static std::vector<std::string> describe(const CMPIObjectPath *op, const CMPIInstance *inst) {
+        std::vector<std::string> seen;
+        const CMPICount n = inst != nullptr ? CMGetPropertyCount(inst, nullptr) : CMGetKeyCount(op, nullptr);
+        for (CMPICount i = 0; i < n; ++i) {
+            CMPIString *name = nullptr;
+            const CMPIData d = inst != nullptr ? CMGetPropertyAt(inst, i, &name, nullptr) : CMGetKeyAt(op, i, &name, nullptr);
+            if (inst != nullptr)
+                seen.push_back(text(name));
+            else if (d.type == CMPI_ref)
+                seen.push_back(text(name) + "=" + text(CMObjectPathToString(d.value.ref, nullptr)));
+        }
+        std::sort(seen.begin(), seen.end());
+        seen.insert(seen.begin(), text(CMGetNameSpace(op, nullptr)));
+        return seen;
+    }
+    static CMPIStatus returnInstance(const CMPIResult *r, const CMPIInstance *inst) {
+        self(r)->outcome.objects.push_back(describe(CMGetObjectPath(inst, nullptr), inst));
+        return ok();
+    }
+    static CMPIStatus returnObjectPath(const CMPIResult *r, const CMPIObjectPath *op) {
+        self(r)->outcome.objects.push_back(describe(op, nullptr));
+        return ok();
+    }
     static CMPIStatus returnDone(const CMPIResult *r) {
         ++self(r)->outcome.doneCount;
         return ok();

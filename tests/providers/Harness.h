@@ -117,10 +117,12 @@ void *factory(const std::string &symbol);
 // Each test starts from a reset simulator, a virtual clock far from any
 // earlier cache time (so every cache is stale), and captured logs.
 class ProviderTest : public ::testing::Test {
+public:
+    static void freshClock();  // jumps the clock past every cache lifetime (and every earlier jump)
+
 protected:
     void SetUp() override;
     void TearDown() override;
-    static void freshClock();                       // jumps the clock past every cache lifetime
     static bool logged(const std::string &needle);  // some captured line contains needle
     static time_t clockNow();
 };
