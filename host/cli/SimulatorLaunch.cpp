@@ -2,7 +2,6 @@
 
 #include "Wire.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <link.h>
 #include <unistd.h>
@@ -10,6 +9,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <vector>
 
 namespace cimhost::cli {
@@ -39,29 +39,32 @@ bool samePath(const std::string &a, const fs::path &b) {
     return fs::equivalent(a, b, ec);
 }
 
-// A sanitizer build's runtime must come first in the preload list.
-std::string sanitizerRuntime() {
-    std::string found;
+// The path of the first loaded object whose name holds one of `needles`.
+std::string loadedObject(std::initializer_list<const char *> needles) {
+    struct Search {
+        std::initializer_list<const char *> needles;
+        std::string found;
+    } search{needles, {}};
     dl_iterate_phdr(
-        [](dl_phdr_info *info, size_t, void *out) {
-            const std::string name = info->dlpi_name != nullptr ? info->dlpi_name : "";
-            if (name.find("/libasan.so") != std::string::npos || name.find("/libtsan.so") != std::string::npos) {
-                *static_cast<std::string *>(out) = name;
-                return 1;
-            }
+        [](dl_phdr_info *info, size_t, void *data) {
+            auto *s = static_cast<Search *>(data);
+            const char *name = info->dlpi_name != nullptr ? info->dlpi_name : "";
+            for (const char *needle : s->needles)
+                if (std::strstr(name, needle) != nullptr) {
+                    s->found = name;
+                    return 1;
+                }
             return 0;
         },
-        &found);
-    return found;
+        &search);
+    return search.found;
 }
 
-// Whether the device calls go to the preloaded simulator.
-bool simulated() {
-    Dl_info info{};
-    void *ioctlCall = dlsym(RTLD_DEFAULT, "ioctl");
-    return ioctlCall != nullptr && dladdr(ioctlCall, &info) != 0 && info.dli_fname != nullptr &&
-           std::strstr(info.dli_fname, "libtovrasim") != nullptr;
-}
+// A sanitizer build's runtime must come first in the preload list.
+std::string sanitizerRuntime() { return loadedObject({"/libasan.so", "/libtsan.so"}); }
+
+// Whether the simulator serves the device calls (it interposes them when loaded).
+bool simulated() { return !loadedObject({"/libtovrasim.so"}).empty(); }
 
 }  // namespace
 

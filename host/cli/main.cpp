@@ -87,6 +87,7 @@ int printMethod(const Reply &reply, bool json) {
 struct HealthRequest {
     double timeout = 10;
     std::string since = "24h";
+    std::string battery = "auto";
     cli::HealthLimits limits;
     bool verbose = false;
 };
@@ -108,17 +109,18 @@ CLI::App *healthCommand(CLI::App &app, HealthRequest &h) {
     sub->add_option("--battery-warning", l.batteryWarning, "charge percent below which the battery warns")->capture_default_str();
     sub->add_option("--battery-critical", l.batteryCritical, "charge percent below which the battery is critical")
         ->capture_default_str();
-    using B = cli::HealthLimits::Battery;
-    sub->add_option("--battery", l.battery,
+    sub->add_option("--battery", h.battery,
                     "a missing battery warns: auto (when a volume caches writes), required, optional")
-        ->transform(CLI::CheckedTransformer(
-            std::map<std::string, B>{{"auto", B::Auto}, {"required", B::Required}, {"optional", B::Optional}}));
+        ->capture_default_str()
+        ->check(CLI::IsMember({"auto", "required", "optional"}));
     sub->add_flag("-v,--verbose", h.verbose, "list every component after the first line, one per line");
     return sub;
 }
 
 int runHealth(const HostOptions &options, const NamedValues &permissions, HealthRequest h, bool verbose, bool json) {
     h.limits.since = cli::sinceTime(h.since, std::time(nullptr));
+    using B = cli::HealthLimits::Battery;
+    h.limits.battery = h.battery == "required" ? B::Required : h.battery == "optional" ? B::Optional : B::Auto;
     return cli::runHealth(
         [&options, &permissions, limits = h.limits] {
             Host host(options);
