@@ -373,15 +373,16 @@ TEST(CliHealth, JsonAndVerboseShowTheSameVerdict) {
     Scenarios scenarios;
     const std::string failedMember =
         scenarios.write([](json &s) { disk(s, 1, 1)["role"] = "failed"; });
-    const CliRun text = cli("--simulate " + failedMember + " health --verbose");
-    const CliRun doc = cli("--simulate " + failedMember + " health --json");
+    // A fixed --since: both runs judge the same events whenever they run.
+    const CliRun text = cli("--simulate " + failedMember + " health --since 2023-11-14 --verbose");
+    const CliRun doc = cli("--simulate " + failedMember + " health --since 2023-11-14 --json");
     ASSERT_EQ(doc.status, 2) << doc.out;
     json verdict;
     ASSERT_NO_THROW(verdict = json::parse(doc.out)) << doc.out;
     EXPECT_EQ(verdict["state"], "CRITICAL");
     EXPECT_EQ(verdict["exitCode"], 2);
     EXPECT_EQ("TOVRA CRITICAL - " + verdict["summary"].get<std::string>(), statusPart(text.out));
-    ASSERT_EQ(verdict["problems"].size(), 3u);
+    ASSERT_EQ(verdict["problems"].size(), 4u);  // the disk, its set, its volume, the error event
     EXPECT_EQ(verdict["problems"][0],
               (json{{"kind", "disk"}, {"name", "Enc2 Slot2 WD-WMAY04200002"}, {"state", "CRITICAL"},
                     {"detail", "failed (Raid Set # 001)"}}));
