@@ -21,7 +21,8 @@ namespace {
 // state. `counter` names the performance counter the rule counts (nullptr:
 // none); every counter of a table is reported, zero included, so graphs have
 // no gaps.
-template <class Facts> struct Rule {
+template <class Facts>
+struct Rule {
     bool (*applies)(const Facts &);
     State state;
     const char *problem;
@@ -108,7 +109,8 @@ const TextRule &firstMatch(std::span<const TextRule> rules, const std::string &v
     throw std::logic_error("rule table without a catch-all");
 }
 
-template <class Facts> const Rule<Facts> *firstMatch(std::span<const Rule<Facts>> rules, const Facts &facts) {
+template <class Facts>
+const Rule<Facts> *firstMatch(std::span<const Rule<Facts>> rules, const Facts &facts) {
     for (const Rule<Facts> &r : rules)
         if (r.applies(facts)) return &r;
     return nullptr;
@@ -142,7 +144,8 @@ public:
         index_[counter] = entries_.size();
         entries_.push_back({counter, state, 0});
     }
-    template <class Table> void declareAll(const Table &rules) {
+    template <class Table>
+    void declareAll(const Table &rules) {
         for (const auto &r : rules) declare(r.counter, r.state);
     }
     void count(const char *counter) {
@@ -202,7 +205,8 @@ void judgeDisks(Judging &j) {
             continue;
         }
         const std::string usage = facts.usage.empty() ? "member of " + setName : facts.usage;
-        j.add("disk", diskName(d), State::Ok, (facts.deviceState.empty() ? "Normal" : facts.deviceState) + ", " + usage);
+        j.add("disk", diskName(d), State::Ok,
+              (facts.deviceState.empty() ? "Normal" : facts.deviceState) + ", " + usage);
     }
     // Members a set lists (1-based slot and enclosure) with no disk of the set there.
     for (const InstanceV &p : j.adapter.of("Tovra_StoragePool")) {
@@ -211,11 +215,12 @@ void judgeDisks(Judging &j) {
         for (size_t i = 0; i < slots.size() && i < enclosures.size(); ++i) {
             const uint64_t slot = slots[i].asUnsigned(), enc = enclosures[i].asUnsigned();
             if (slot == 0 || enc == 0) continue;
-            const bool present = std::any_of(
-                j.adapter.of("Tovra_DiskDrive").begin(), j.adapter.of("Tovra_DiskDrive").end(), [&](const InstanceV &d) {
-                    return number(d, "EnclosureNumber") == enc - 1 && number(d, "SlotNumber") == slot - 1 &&
-                           number(d, "RaidSetNumber") == number(p, "RaidSetNumber");
-                });
+            const bool present = std::any_of(j.adapter.of("Tovra_DiskDrive").begin(),
+                                             j.adapter.of("Tovra_DiskDrive").end(), [&](const InstanceV &d) {
+                                                 return number(d, "EnclosureNumber") == enc - 1 &&
+                                                        number(d, "SlotNumber") == slot - 1 &&
+                                                        number(d, "RaidSetNumber") == number(p, "RaidSetNumber");
+                                             });
             if (present) continue;
             j.tally.count(kMissingCounter);
             j.add("disk", "Enc" + std::to_string(enc) + " Slot" + std::to_string(slot), State::Critical,
@@ -248,7 +253,9 @@ void judgeBattery(Judging &j) {
         using B = HealthLimits::Battery;
         const bool expected = l.battery == B::Required || (l.battery == B::Auto && volumesCacheWrites(j.adapter));
         j.add("battery", "battery", expected ? State::Warning : State::Ok,
-              !expected ? "not present" : l.battery == B::Required ? "absent" : "absent while volumes cache writes");
+              !expected                  ? "not present"
+              : l.battery == B::Required ? "absent"
+                                         : "absent while volumes cache writes");
         return;
     }
     for (const InstanceV &b : batteries) {
@@ -373,9 +380,9 @@ void judgeSensors(Judging &j) {
             const std::string shown = kind->type == 4 ? (reading != 0 ? "on" : "off") : num(reading) + kind->unit;
             j.add("sensor", enclosure + " " + name, s.state, s.state == State::Ok ? shown : s.problem);
             if (kind->perfPrefix != nullptr)
-                j.verdict.perfdata.push_back({std::string(kind->perfPrefix) + "_" + labelPart(enclosure) + "_" +
-                                                  labelPart(name),
-                                              reading, kind->uom, s.warn, s.crit, "", ""});
+                j.verdict.perfdata.push_back(
+                    {std::string(kind->perfPrefix) + "_" + labelPart(enclosure) + "_" + labelPart(name), reading,
+                     kind->uom, s.warn, s.crit, "", ""});
         }
     }
 }
@@ -422,7 +429,8 @@ std::string overview(const Snapshot &a) {
     size_t sensors = 0;
     for (const InstanceV &c : a.of("Tovra_Chassis")) sensors += list(c, "SensorNames").size();
     std::string battery = "no battery";
-    for (const InstanceV &b : a.of("Tovra_Battery")) battery = "battery " + std::to_string(number(b, "ChargeLevel")) + "%";
+    for (const InstanceV &b : a.of("Tovra_Battery"))
+        battery = "battery " + std::to_string(number(b, "ChargeLevel")) + "%";
     return counted(a.of("Tovra_DiskDrive").size(), "disk", "disks") + ", " +
            counted(a.of("Tovra_StoragePool").size(), "RAID set", "RAID sets") + ", " +
            counted(a.of("Tovra_StorageVolume").size(), "volume", "volumes") + ", " + battery + ", " +
@@ -440,7 +448,8 @@ std::vector<const Component *> Verdict::problems() const {
     std::vector<const Component *> out;
     for (const Component &c : components)
         if (c.state != State::Ok) out.push_back(&c);
-    std::stable_sort(out.begin(), out.end(), [](const Component *a, const Component *b) { return a->state > b->state; });
+    std::stable_sort(out.begin(), out.end(),
+                     [](const Component *a, const Component *b) { return a->state > b->state; });
     return out;
 }
 
@@ -460,7 +469,6 @@ Verdict unknownVerdict(std::string reason) {
     v.reason = std::move(reason);
     return v;
 }
-
 
 Verdict judge(const Snapshot &adapter, const HealthLimits &limits) {
     if (const auto *failure = adapter.firstFailure())
@@ -531,8 +539,9 @@ time_t sinceTime(const std::string &text, time_t now) {
     }
     const time_t at = parseUtc(text);
     if (at < 0)
-        throw std::invalid_argument("--since '" + text +
-                                    "' is neither a duration (90s, 30m, 24h, 7d, 2w) nor a UTC time (2023-11-14 23:13:20)");
+        throw std::invalid_argument(
+            "--since '" + text +
+            "' is neither a duration (90s, 30m, 24h, 7d, 2w) nor a UTC time (2023-11-14 23:13:20)");
     return at;
 }
 

@@ -22,7 +22,7 @@ struct HealthLimits {
     double temperatureCritical = 70;
     double voltageWarning = 5;  // percent off the nominal voltage the sensor's name gives
     double voltageCritical = 10;
-    double fanMinimum = 1;  // RPM; a fan below it has stopped
+    double fanMinimum = 1;         // RPM; a fan below it has stopped
     unsigned batteryWarning = 30;  // charge percent; a charge below alerts
     unsigned batteryCritical = 10;
     // Whether a missing battery is a problem; by default when a volume
@@ -33,10 +33,10 @@ struct HealthLimits {
 
 // One element checked: what --verbose lists, one per line.
 struct Component {
-    std::string kind;    // "disk", "raid set", "volume", "battery", "sensor", "event"
-    std::string name;    // "Enc1 Slot7 Z1Z0A1C9", "Raid Set # 001", "Enc1 Controller"
+    std::string kind;         // "disk", "raid set", "volume", "battery", "sensor", "event"
+    std::string name;         // "Enc1 Slot7 Z1Z0A1C9", "Raid Set # 001", "Enc1 Controller"
     State state = State::Ok;  // OK, WARNING or CRITICAL: UNKNOWN is the whole check's
-    std::string detail;  // "failed", "Normal, member of Raid Set # 000", "48 C"
+    std::string detail;       // "failed", "Normal, member of Raid Set # 000", "48 C"
 };
 
 // label=value[UOM];[warn];[crit];[min];[max], thresholds in the plugin range

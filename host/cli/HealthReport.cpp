@@ -24,7 +24,8 @@ std::string summary(const Verdict &verdict) {
     if (problems.empty()) return verdict.overview + ": all OK";
     for (size_t i = 0; i < problems.size() && i < kSummaryProblems; ++i)
         out += (i == 0 ? "" : "; ") + problems[i]->name + " " + problems[i]->detail;
-    if (problems.size() > kSummaryProblems) out += "; and " + std::to_string(problems.size() - kSummaryProblems) + " more";
+    if (problems.size() > kSummaryProblems)
+        out += "; and " + std::to_string(problems.size() - kSummaryProblems) + " more";
     return out;
 }
 
@@ -51,7 +52,8 @@ Json toJson(const Verdict &verdict) {
     const auto component = [](const Component &c) {
         return Json{{"kind", c.kind}, {"name", c.name}, {"state", stateName(c.state)}, {"detail", c.detail}};
     };
-    Json doc = {{"state", stateName(verdict.state)}, {"exitCode", static_cast<int>(verdict.state)},
+    Json doc = {{"state", stateName(verdict.state)},
+                {"exitCode", static_cast<int>(verdict.state)},
                 {"summary", summary(verdict)}};
     Json problems = Json::array(), components = Json::array(), perfdata = Json::array();
     for (const Component *c : verdict.problems()) problems.push_back(component(*c));

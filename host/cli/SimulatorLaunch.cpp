@@ -72,9 +72,9 @@ std::string runUnderSimulator(const Installation *found, const std::string &scen
     std::error_code ec;
     if (found == nullptr || !fs::is_regular_file(found->simulator, ec))
         return "--simulate: no simulator library (libtovrasim.so) found beside " + executablePath().string();
-    const std::string wanted = !scenario.empty() ? scenario : !env("TOVRA_SIM_SCENARIO").empty()
-                                                                  ? env("TOVRA_SIM_SCENARIO")
-                                                                  : std::string("default");
+    std::string wanted = scenario;
+    if (wanted.empty()) wanted = env("TOVRA_SIM_SCENARIO");
+    if (wanted.empty()) wanted = "default";
     const std::vector<std::string> preloaded = preloadEntries(env("LD_PRELOAD"));
     bool loaded = false;
     for (const std::string &p : preloaded) loaded = loaded || samePath(p, found->simulator);
@@ -90,8 +90,8 @@ std::string runUnderSimulator(const Installation *found, const std::string &scen
     setenv("TOVRA_SIM_SCENARIO", wanted.c_str(), 1);
     if (env("TOVRA_SIM_SCENARIO_DIR").empty() && fs::is_directory(found->scenarioDir, ec))
         setenv("TOVRA_SIM_SCENARIO_DIR", found->scenarioDir.c_str(), 1);
-    if (runtime.find("/libasan.so") != std::string::npos && env("ASAN_OPTIONS").find("verify_asan_link_order") ==
-                                                                    std::string::npos) {
+    if (runtime.find("/libasan.so") != std::string::npos &&
+        env("ASAN_OPTIONS").find("verify_asan_link_order") == std::string::npos) {
         const std::string options = env("ASAN_OPTIONS");
         setenv("ASAN_OPTIONS", (options + (options.empty() ? "" : ":") + "verify_asan_link_order=0").c_str(), 1);
     }
@@ -111,7 +111,8 @@ std::string deviceProblem() {
         return "";
     }
     const int error = errno;
-    if (error == ENOENT && !simulated()) return "no adapter device at " + path + "; use --simulate to try the simulator";
+    if (error == ENOENT && !simulated())
+        return "no adapter device at " + path + "; use --simulate to try the simulator";
     return std::string("cannot open the ") + (simulated() ? "simulated " : "") + "adapter device " + path + ": " +
            std::strerror(error);
 }

@@ -57,7 +57,8 @@ ClassRepository declarations(const std::vector<std::string> &mofPaths) {
 // Names a missing adapter device after an answer that could not open it.
 void hintAtDevice(bool openFailed) {
     if (!openFailed) return;
-    if (const std::string problem = cli::deviceProblem(); !problem.empty()) std::cerr << "tovra-cim: " << problem << '\n';
+    if (const std::string problem = cli::deviceProblem(); !problem.empty())
+        std::cerr << "tovra-cim: " << problem << '\n';
 }
 
 int print(const Reply &reply, bool json) {
@@ -96,38 +97,40 @@ CLI::App *healthCommand(CLI::App &app, HealthRequest &h) {
     CLI::App *sub = app.add_subcommand(
         "health", "monitoring check: one line \"TOVRA <STATE> - <summary> | <performance data>\"; exit 0 OK, "
                   "1 WARNING, 2 CRITICAL, 3 UNKNOWN");
+    const auto option = [sub](const char *name, auto &value, const char *help) {
+        return sub->add_option(name, value, help)->capture_default_str();
+    };
     cli::HealthLimits &l = h.limits;
-    sub->add_option("--timeout", h.timeout, "seconds to wait for the adapter before answering UNKNOWN")->capture_default_str()
+    option("--timeout", h.timeout, "seconds to wait for the adapter before answering UNKNOWN")
         ->check(CLI::PositiveNumber);
-    sub->add_option("--since", h.since, "error events at or after this count: a duration back from now "
-                                        "(90s, 30m, 24h, 7d, 2w) or a UTC time (2023-11-14 23:13:20)")->capture_default_str();
-    sub->add_option("--temp-warning", l.temperatureWarning, "degrees C above which a temperature warns")->capture_default_str();
-    sub->add_option("--temp-critical", l.temperatureCritical, "degrees C above which a temperature is critical")->capture_default_str();
-    sub->add_option("--voltage-warning", l.voltageWarning, "percent off the nominal voltage that warns")->capture_default_str();
-    sub->add_option("--voltage-critical", l.voltageCritical, "percent off the nominal voltage that is critical")->capture_default_str();
-    sub->add_option("--fan-minimum", l.fanMinimum, "RPM below which a fan is critical (stopped)")->capture_default_str();
-    sub->add_option("--battery-warning", l.batteryWarning, "charge percent below which the battery warns")->capture_default_str();
-    sub->add_option("--battery-critical", l.batteryCritical, "charge percent below which the battery is critical")
-        ->capture_default_str();
-    sub->add_option("--battery", h.battery,
-                    "a missing battery warns: auto (when a volume caches writes), required, optional")
-        ->capture_default_str()
+    option("--since", h.since,
+           "error events at or after this count: a duration back from now (90s, 30m, 24h, 7d, 2w) or a UTC time "
+           "(2023-11-14 23:13:20)");
+    option("--temp-warning", l.temperatureWarning, "degrees C above which a temperature warns");
+    option("--temp-critical", l.temperatureCritical, "degrees C above which a temperature is critical");
+    option("--voltage-warning", l.voltageWarning, "percent off the nominal voltage that warns");
+    option("--voltage-critical", l.voltageCritical, "percent off the nominal voltage that is critical");
+    option("--fan-minimum", l.fanMinimum, "RPM below which a fan is critical (stopped)");
+    option("--battery-warning", l.batteryWarning, "charge percent below which the battery warns");
+    option("--battery-critical", l.batteryCritical, "charge percent below which the battery is critical");
+    option("--battery", h.battery, "a missing battery warns: auto (when a volume caches writes), required, optional")
         ->check(CLI::IsMember({"auto", "required", "optional"}));
     sub->add_flag("-v,--verbose", h.verbose, "list every component after the first line, one per line");
     return sub;
 }
 
-int runHealth(const HostOptions &options, const NamedValues &permissions, HealthRequest h, bool verbose, bool json) {
+// The check reads only (enumerations need no rights) and runs on its own
+// thread under the time limit.
+int runHealth(const HostOptions &options, HealthRequest h, bool verbose, bool json) {
     h.limits.since = cli::sinceTime(h.since, std::time(nullptr));
     using B = cli::HealthLimits::Battery;
     h.limits.battery = h.battery == "required" ? B::Required : h.battery == "optional" ? B::Optional : B::Auto;
     return cli::runHealth(
-        [&options, &permissions, limits = h.limits] {
+        [&options, limits = h.limits] {
             Host host(options);
-            for (const auto &[user, level] : permissions)
-                host.setPermission(user, static_cast<unsigned>(std::stoul(level.asString())));
             const cli::Snapshot adapter = cli::gatherForHealth(host);
-            if (const auto *failure = adapter.firstFailure(); failure != nullptr && cli::deviceOpenFailed(failure->second))
+            const auto *failure = adapter.firstFailure();
+            if (failure != nullptr && cli::deviceOpenFailed(failure->second))
                 if (std::string problem = cli::deviceProblem(); !problem.empty())
                     return cli::unknownVerdict(std::move(problem));
             return cli::judge(adapter, limits);
@@ -250,10 +253,9 @@ int main(int argc, char **argv) {
     if (found) applyInstallation(options, *found);
 
     try {
-        const NamedValues levels = pairs(permissions, "permission");
-        if (*health) return runHealth(options, levels, healthRequest, options.echoBrokerLog, json);
+        if (*health) return runHealth(options, healthRequest, options.echoBrokerLog, json);
         Host host(options);
-        for (const auto &[user, level] : levels)
+        for (const auto &[user, level] : pairs(permissions, "permission"))
             host.setPermission(user, static_cast<unsigned>(std::stoul(level.asString())));
         if (*classes) {
             auto list = host.registeredClasses();
@@ -261,7 +263,8 @@ int main(int argc, char **argv) {
             return 0;
         }
         if (*inventory || *tree) {
-            const int status = *inventory ? cli::printInventory(host, std::cout, json) : cli::printTree(host, std::cout, json);
+            const int status =
+                *inventory ? cli::printInventory(host, std::cout, json) : cli::printTree(host, std::cout, json);
             hintAtDevice(status != 0);
             return status;
         }

@@ -146,7 +146,8 @@ void check(Scenarios &scenarios, const std::vector<Verdict> &cases) {
             EXPECT_EQ(statusPart(run.out), c.status);
         }
         const std::vector<std::string> items = perfItems(run.out);
-        for (const char *p : c.perf) EXPECT_NE(std::find(items.begin(), items.end(), p), items.end()) << p << "\n" << run.out;
+        for (const char *p : c.perf)
+            EXPECT_NE(std::find(items.begin(), items.end(), p), items.end()) << p << "\n" << run.out;
         expectPerfSyntax(run.out);
         EXPECT_EQ(run.out.find('\n'), run.out.size() - 1) << "one line without --verbose";
     }
