@@ -1,14 +1,14 @@
 #include "Health.h"
 
 #include "Format.h"
+#include "HealthSensors.h"
 
 #include <algorithm>
 #include <cctype>
-#include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <map>
-#include <optional>
+#include <set>
+#include <tuple>
 #include <span>
 #include <stdexcept>
 
@@ -123,18 +123,6 @@ std::string problemText(const TextRule &r, const std::string &value) {
 
 // ---- Performance data ------------------------------------------------------
 
-// Shortest text of a reading (readings are real32 on the wire): "12.08", "48".
-std::string num(double v) { return realText(CMPI_real32, v); }
-
-// Labels keep letters, digits, '.', '-' and '_'; anything else (spaces, '=',
-// quotes) becomes '_', so no label needs quoting.
-std::string labelPart(const std::string &text) {
-    std::string out = text;
-    for (char &c : out)
-        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '.' && c != '-' && c != '_') c = '_';
-    return out;
-}
-
 // Counters in the order their tables name them; each alerts above 0 at the
 // state of its rule.
 class Tally {
@@ -193,10 +181,13 @@ std::string diskName(const InstanceV &d) {
 void judgeDisks(Judging &j) {
     j.tally.declareAll(kDiskRules);
     j.tally.declare(kMissingCounter, State::Critical);
+    // Where each disk is (zero-based enclosure and slot) and the set it is in.
+    std::set<std::tuple<uint64_t, uint64_t, uint64_t>> placed;
     for (const InstanceV &d : j.adapter.of("Tovra_DiskDrive")) {
-        DiskFacts facts{text(d, "Usage"), text(d, "DeviceState"), "", false};
+        placed.emplace(number(d, "EnclosureNumber"), number(d, "SlotNumber"), number(d, "RaidSetNumber"));
         const InstanceV *pool = poolNumbered(j.adapter, number(d, "RaidSetNumber"));
-        if (pool != nullptr) facts = {facts.usage, facts.deviceState, text(*pool, "RAIDState"), true};
+        const DiskFacts facts{text(d, "Usage"), text(d, "DeviceState"), pool ? text(*pool, "RAIDState") : "",
+                              pool != nullptr};
         const std::string setName = pool != nullptr ? text(*pool, "InstanceID") : "";
         if (const Rule<DiskFacts> *rule = firstMatch<DiskFacts>(kDiskRules, facts)) {
             j.tally.count(rule->counter);
@@ -214,14 +205,7 @@ void judgeDisks(Judging &j) {
         const auto &enclosures = list(p, "DevEncArray");
         for (size_t i = 0; i < slots.size() && i < enclosures.size(); ++i) {
             const uint64_t slot = slots[i].asUnsigned(), enc = enclosures[i].asUnsigned();
-            if (slot == 0 || enc == 0) continue;
-            const bool present = std::any_of(j.adapter.of("Tovra_DiskDrive").begin(),
-                                             j.adapter.of("Tovra_DiskDrive").end(), [&](const InstanceV &d) {
-                                                 return number(d, "EnclosureNumber") == enc - 1 &&
-                                                        number(d, "SlotNumber") == slot - 1 &&
-                                                        number(d, "RaidSetNumber") == number(p, "RaidSetNumber");
-                                             });
-            if (present) continue;
+            if (slot == 0 || enc == 0 || placed.contains({enc - 1, slot - 1, number(p, "RaidSetNumber")})) continue;
             j.tally.count(kMissingCounter);
             j.add("disk", "Enc" + std::to_string(enc) + " Slot" + std::to_string(slot), State::Critical,
                   "missing from " + text(p, "InstanceID"));
@@ -285,105 +269,10 @@ void judgeBattery(Judging &j) {
     }
 }
 
-// ---- Sensors: one descriptor per sensor type (SensorTypes codes) ------------
-
-struct SensorJudgement {
-    State state = State::Ok;
-    std::string problem;
-    std::string warn, crit;  // plugin ranges for the performance data
-};
-
-// The nominal voltage a sensor's name gives ("12V", "3.3V", "+5V"), if any.
-std::optional<double> nominalVolts(const std::string &name) {
-    for (size_t i = 0; i < name.size(); ++i) {
-        if (!std::isdigit(static_cast<unsigned char>(name[i]))) continue;
-        char *end = nullptr;
-        const double v = std::strtod(name.c_str() + i, &end);
-        if ((*end == 'V' || *end == 'v') && v > 0) return v;
-        i = static_cast<size_t>(end - name.c_str());
-    }
-    return std::nullopt;
-}
-
-SensorJudgement judgeTemperature(double reading, const std::string &, const HealthLimits &l) {
-    SensorJudgement j{State::Ok, "", num(l.temperatureWarning), num(l.temperatureCritical)};
-    const double limit = reading > l.temperatureCritical ? l.temperatureCritical : l.temperatureWarning;
-    if (reading > limit) {
-        j.state = reading > l.temperatureCritical ? State::Critical : State::Warning;
-        j.problem = num(reading) + " C (above " + num(limit) + " C)";
-    }
-    return j;
-}
-
-SensorJudgement judgeVoltage(double reading, const std::string &name, const HealthLimits &l) {
-    const std::optional<double> nominal = nominalVolts(name);
-    if (!nominal) return {};
-    const auto range = [&](double percent) {
-        return num(*nominal * (1 - percent / 100)) + ":" + num(*nominal * (1 + percent / 100));
-    };
-    SensorJudgement j{State::Ok, "", range(l.voltageWarning), range(l.voltageCritical)};
-    const double off = std::abs(reading - *nominal) / *nominal * 100;
-    const double percent = off > l.voltageCritical ? l.voltageCritical : l.voltageWarning;
-    if (off > percent) {
-        j.state = off > l.voltageCritical ? State::Critical : State::Warning;
-        j.problem = num(reading) + " V (more than " + num(percent) + "% off " + num(*nominal) + " V)";
-    }
-    return j;
-}
-
-SensorJudgement judgeFan(double reading, const std::string &, const HealthLimits &l) {
-    SensorJudgement j{State::Ok, "", "", num(l.fanMinimum) + ":"};
-    if (reading < l.fanMinimum) {
-        j.state = State::Critical;
-        j.problem = reading == 0 ? "stopped" : num(reading) + " RPM (below " + num(l.fanMinimum) + " RPM)";
-    }
-    return j;
-}
-
-SensorJudgement judgePower(double reading, const std::string &, const HealthLimits &) {
-    if (reading != 0) return {};
-    return {State::Warning, "power supply off", "", ""};
-}
-
-struct SensorKind {
-    uint64_t type;
-    const char *perfPrefix;  // nullptr: no performance data
-    const char *uom;
-    const char *unit;  // after the reading in the listing
-    SensorJudgement (*judge)(double, const std::string &, const HealthLimits &);
-};
-
-constexpr SensorKind kSensorKinds[] = {
-    {1, "fan", "", " RPM", judgeFan},
-    {2, "volt", "V", " V", judgeVoltage},
-    {3, "temp", "C", " C", judgeTemperature},
-    {4, nullptr, "", "", judgePower},
-};
-
 void judgeSensors(Judging &j) {
-    for (const InstanceV &chassis : j.adapter.of("Tovra_Chassis")) {
-        const std::string enclosure = text(chassis, "ElementName");
-        const auto &names = list(chassis, "SensorNames");
-        const auto &types = list(chassis, "SensorTypes");
-        const auto &readings = list(chassis, "SensorReadings");
-        for (size_t i = 0; i < names.size() && i < types.size() && i < readings.size(); ++i) {
-            const std::string name = names[i].toText();
-            const double reading = readings[i].asReal();
-            const SensorKind *kind = nullptr;
-            for (const SensorKind &k : kSensorKinds)
-                if (k.type == types[i].asUnsigned()) kind = &k;
-            if (kind == nullptr) {
-                j.add("sensor", enclosure + " " + name, State::Ok, "reading " + num(reading));
-                continue;
-            }
-            const SensorJudgement s = kind->judge(reading, name, j.limits);
-            const std::string shown = kind->type == 4 ? (reading != 0 ? "on" : "off") : num(reading) + kind->unit;
-            j.add("sensor", enclosure + " " + name, s.state, s.state == State::Ok ? shown : s.problem);
-            if (kind->perfPrefix != nullptr)
-                j.verdict.perfdata.push_back(
-                    {std::string(kind->perfPrefix) + "_" + labelPart(enclosure) + "_" + labelPart(name), reading,
-                     kind->uom, s.warn, s.crit, "", ""});
-        }
+    for (SensorVerdict &s : cli::judgeSensors(j.adapter, j.limits)) {
+        j.verdict.components.push_back(std::move(s.component));
+        if (s.perf) j.verdict.perfdata.push_back(std::move(*s.perf));
     }
 }
 

@@ -1,5 +1,7 @@
 #include "HealthReport.h"
 
+#include "HealthSensors.h"
+
 #include <unistd.h>
 
 #include <chrono>
@@ -13,7 +15,7 @@ namespace {
 
 constexpr size_t kSummaryProblems = 5;
 
-std::string num(double v) { return realText(CMPI_real32, v); }
+std::string num(double v) { return readingText(v); }
 
 }  // namespace
 
