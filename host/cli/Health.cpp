@@ -8,9 +8,9 @@
 #include <cstdio>
 #include <map>
 #include <set>
-#include <tuple>
 #include <span>
 #include <stdexcept>
+#include <tuple>
 
 namespace cimhost::cli {
 namespace {
@@ -72,7 +72,7 @@ constexpr TextRule kRaidSetRules[] = {
     {"Incomplete", State::Critical, "incomplete", "raid_sets_failed"},
     {"Degraded", State::Warning, "degraded", "raid_sets_degraded"},
     {"Rebuilding", State::Warning, "rebuilding", "raid_sets_rebuilding"},
-    {"Init", State::Warning, "initialising", nullptr},
+    {"Init", State::Warning, "initialising", "raid_sets_initialising"},
     {nullptr, State::Warning, nullptr, nullptr},
 };
 

@@ -212,7 +212,7 @@ TEST(CliHealth, DiskStates) {
          "TOVRA WARNING - Enc1 Slot1 Z1Z0A1B2 initialising (Raid Set # 000); Enc1 Slot2 Z1Z0A1B3 initialising (Raid "
          "Set # 000); Enc1 Slot3 Z1Z0A1B4 initialising (Raid Set # 000); Enc1 Slot4 Z1Z0A1B5 initialising (Raid Set "
          "# 000); Raid Set # 000 initialising",
-         {"disks_initialising=4;0;;0"}},
+         {"disks_initialising=4;0;;0", "raid_sets_initialising=1;0;;0"}},
     });
 }
 
