@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <future>
 #include <iostream>
@@ -61,7 +62,9 @@ Json toJson(const Verdict &verdict) {
     for (const Component *c : verdict.problems()) problems.push_back(component(*c));
     for (const Component &c : verdict.components) components.push_back(component(c));
     for (const PerfDatum &p : verdict.perfdata) {
-        Json item = {{"label", p.label}, {"value", p.value}};
+        // The value as the text shows it (12.08, not the float's 12.0799999...);
+        // JSON has no NaN or infinity.
+        Json item = {{"label", p.label}, {"value", std::isfinite(p.value) ? Json::parse(num(p.value)) : Json()}};
         const std::pair<const char *, const std::string *> optional[] = {
             {"uom", &p.uom}, {"warn", &p.warn}, {"crit", &p.crit}, {"min", &p.min}, {"max", &p.max}};
         for (const auto &[name, value] : optional)

@@ -112,6 +112,11 @@ std::vector<SensorVerdict> judgeSensors(const Snapshot &adapter, const HealthLim
                 if (k.type == types[i].asUnsigned()) kind = &k;
             SensorVerdict &v = out.emplace_back();
             v.component = {"sensor", enclosure + " " + name, State::Ok, "reading " + num(reading)};
+            if (!std::isfinite(reading)) {  // a value no limit can judge
+                v.component.state = State::Warning;
+                v.component.detail = "reading not a number (" + num(reading) + ")";
+                continue;
+            }
             if (kind == nullptr) continue;
             const SensorJudgement s = kind->judge(reading, name, limits);
             v.component.state = s.state;

@@ -388,7 +388,7 @@ TEST(CliHealth, JsonAndVerboseShowTheSameVerdict) {
               (json{{"kind", "disk"}, {"name", "Enc2 Slot2 WD-WMAY04200002"}, {"state", "CRITICAL"},
                     {"detail", "failed (Raid Set # 001)"}}));
     EXPECT_EQ(verdict["perfdata"].size(), perfItems(text.out).size());
-    EXPECT_EQ(verdict["perfdata"][0], (json{{"label", "disks_failed"}, {"value", 1.0}, {"crit", "0"}, {"min", "0"}}));
+    EXPECT_EQ(verdict["perfdata"][0], (json{{"label", "disks_failed"}, {"value", 1}, {"crit", "0"}, {"min", "0"}}));
 
     std::vector<std::string> lines;
     std::istringstream in(text.out);
