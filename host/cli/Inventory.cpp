@@ -1,6 +1,7 @@
 #include "Inventory.h"
 
 #include "Format.h"
+#include "Snapshot.h"
 
 #include <cstdio>
 #include <iomanip>
@@ -9,29 +10,6 @@
 
 namespace cimhost::cli {
 namespace {
-
-constexpr const char *kNs = "tovra/cimv2";
-
-std::string text(const InstanceV &i, const char *name) {
-    const Value *v = i.property(name);
-    return v != nullptr && !v->isNull() ? v->toText() : std::string();
-}
-
-uint64_t number(const InstanceV &i, const char *name) {
-    const Value *v = i.property(name);
-    if (v == nullptr || v->isNull() || v->isArray()) return 0;
-    try {
-        return v->asUnsigned();
-    } catch (const std::exception &) {
-        return 0;
-    }
-}
-
-const std::vector<Value> &list(const InstanceV &i, const char *name) {
-    static const std::vector<Value> none;
-    const Value *v = i.property(name);
-    return v != nullptr && !v->isNull() && v->isArray() ? v->asArray() : none;
-}
 
 // Decimal units, as disk capacities are sold.
 std::string bytes(uint64_t n) {
@@ -44,26 +22,17 @@ std::string bytes(uint64_t n) {
     return out;
 }
 
-struct Classes {
-    std::map<std::string, Reply> replies;
-    bool failed = false;
-    const std::vector<InstanceV> &of(const std::string &cls) const { return replies.at(cls).instances; }
-};
+using Classes = Snapshot;
 
 Classes gather(Host &host) {
-    Classes c;
-    for (const char *cls :
-         {"Tovra_RAIDControllerSystem", "Tovra_PortController", "Tovra_SoftwareIdentity", "Tovra_Battery",
-          "Tovra_SASSATAPort", "Tovra_PhysicalPackage", "Tovra_Chassis", "Tovra_DiskDriveSlot", "Tovra_DiskDrive",
-          "Tovra_DiskExtent", "Tovra_StoragePool", "Tovra_StorageVolume", "Tovra_DefaultStorageSetting", "Tovra_EventLog"}) {
-        Reply r = host.enumerateInstances(kNs, cls);
-        c.failed = c.failed || !r.ok();
-        c.replies.emplace(cls, std::move(r));
-    }
-    Reply profile = host.enumerateInstances("root/interop", "Tovra_RegisteredProfile");
-    c.failed = c.failed || !profile.ok();
-    c.replies.emplace("Tovra_RegisteredProfile", std::move(profile));
-    return c;
+    return cli::gather(host, {{kTovraNamespace, "Tovra_RAIDControllerSystem"}, {kTovraNamespace, "Tovra_PortController"},
+                              {kTovraNamespace, "Tovra_SoftwareIdentity"}, {kTovraNamespace, "Tovra_Battery"},
+                              {kTovraNamespace, "Tovra_SASSATAPort"}, {kTovraNamespace, "Tovra_PhysicalPackage"},
+                              {kTovraNamespace, "Tovra_Chassis"}, {kTovraNamespace, "Tovra_DiskDriveSlot"},
+                              {kTovraNamespace, "Tovra_DiskDrive"}, {kTovraNamespace, "Tovra_DiskExtent"},
+                              {kTovraNamespace, "Tovra_StoragePool"}, {kTovraNamespace, "Tovra_StorageVolume"},
+                              {kTovraNamespace, "Tovra_DefaultStorageSetting"}, {kTovraNamespace, "Tovra_EventLog"},
+                              {kInteropNamespace, "Tovra_RegisteredProfile"}});
 }
 
 void row(std::ostream &out, const std::vector<std::pair<int, std::string>> &cells) {

@@ -1,17 +1,22 @@
-// tovra-cim: runs one CIM operation on the CMPI host (MOF, registration and
-// provider libraries given on the command line) and prints the answer.
+// tovra-cim: runs one CIM operation on the CMPI host and prints the answer.
+// The MOF, the registration and the provider libraries are found beside the
+// executable (installed, or in its build folder) unless given.
 // Exit status: 0 success, 1 the operation failed, 2 a usage error or a host
-// that could not start.
+// that could not start; `health` answers 0 to 3 as a monitoring check does.
 #include "ClassRepository.h"
 #include "Describe.h"
 #include "Format.h"
+#include "HealthReport.h"
 #include "Host.h"
+#include "Installation.h"
 #include "Inventory.h"
+#include "SimulatorLaunch.h"
 #include "TypedArgs.h"
 #include "Tree.h"
 
 #include <CLI/CLI.hpp>
 
+#include <ctime>
 #include <filesystem>
 #include <iostream>
 
@@ -50,6 +55,13 @@ ClassRepository declarations(const std::vector<std::string> &mofPaths) {
     return repo;
 }
 
+// Names a missing adapter device after an answer that could not open it.
+void hintAtDevice(bool openFailed) {
+    if (!openFailed) return;
+    if (const std::string problem = cli::deviceProblem(); !problem.empty())
+        std::cerr << "tovra-cim: " << problem << '\n';
+}
+
 int print(const Reply &reply, bool json) {
     if (json) {
         std::cout << cli::toJson(reply).dump(2) << '\n';
@@ -58,6 +70,7 @@ int print(const Reply &reply, bool json) {
     } else {
         std::cerr << "tovra-cim: " << cli::errorText(reply) << '\n';
     }
+    hintAtDevice(!reply.ok() && cli::deviceOpenFailed(reply));
     return reply.ok() ? 0 : 1;
 }
 
@@ -75,7 +88,68 @@ int printMethod(const Reply &reply, const MethodDecl *method, bool json) {
     }
     if (reply.rc == kWrongArgumentCount && method != nullptr)
         std::cerr << "tovra-cim: " << cli::expectedArguments(*method) << '\n';
+    hintAtDevice(!reply.ok() && cli::deviceOpenFailed(reply));
     return reply.ok() ? 0 : 1;
+}
+
+struct HealthRequest {
+    double timeout = 10;
+    std::string since = "24h";
+    std::string battery = "auto";
+    cli::HealthLimits limits;
+    bool verbose = false;
+};
+
+CLI::App *healthCommand(CLI::App &app, HealthRequest &h) {
+    CLI::App *sub = app.add_subcommand(
+        "health", "monitoring check: one line \"TOVRA <STATE> - <summary> | <performance data>\"; exit 0 OK, "
+                  "1 WARNING, 2 CRITICAL, 3 UNKNOWN");
+    const auto option = [sub](const char *name, auto &value, const char *help) {
+        return sub->add_option(name, value, help)->capture_default_str();
+    };
+    cli::HealthLimits &l = h.limits;
+    option("--timeout", h.timeout, "seconds to wait for the adapter before answering UNKNOWN")
+        ->check(CLI::PositiveNumber);
+    option("--since", h.since,
+           "error events at or after this count: a duration back from now (90s, 30m, 24h, 7d, 2w) or a UTC time "
+           "(2023-11-14 23:13:20)");
+    option("--temp-warning", l.temperatureWarning, "degrees C above which a temperature warns");
+    option("--temp-critical", l.temperatureCritical, "degrees C above which a temperature is critical");
+    option("--voltage-warning", l.voltageWarning, "percent off the nominal voltage that warns");
+    option("--voltage-critical", l.voltageCritical, "percent off the nominal voltage that is critical");
+    option("--fan-minimum", l.fanMinimum, "RPM below which a fan is critical (stopped)");
+    option("--battery-warning", l.batteryWarning, "charge percent below which the battery warns");
+    option("--battery-critical", l.batteryCritical, "charge percent below which the battery is critical");
+    option("--battery", h.battery, "a missing battery warns: auto (when a volume caches writes), required, optional")
+        ->check(CLI::IsMember({"auto", "required", "optional"}));
+    sub->add_flag("-v,--verbose", h.verbose, "list every component after the first line, one per line");
+    return sub;
+}
+
+// The check reads only (enumerations need no rights) and runs on its own
+// thread under the time limit.
+int runHealth(const HostOptions &options, HealthRequest h, bool verbose, bool json) {
+    h.limits.since = cli::sinceTime(h.since, std::time(nullptr));
+    using B = cli::HealthLimits::Battery;
+    h.limits.battery = h.battery == "required" ? B::Required : h.battery == "optional" ? B::Optional : B::Auto;
+    return cli::runHealth(
+        [&options, limits = h.limits] {
+            Host host(options);
+            const cli::Snapshot adapter = cli::gatherForHealth(host);
+            const auto *failure = adapter.firstFailure();
+            if (failure != nullptr && cli::deviceOpenFailed(failure->second))
+                if (std::string problem = cli::deviceProblem(); !problem.empty())
+                    return cli::unknownVerdict(std::move(problem));
+            return cli::judge(adapter, limits);
+        },
+        h.timeout, verbose || h.verbose, json);
+}
+
+// Options the user left out take what was found beside the executable.
+void applyInstallation(HostOptions &options, const cli::Installation &found) {
+    if (options.mofPaths.empty()) options.mofPaths = {found.mofDir.string()};
+    if (options.registrationFile.empty()) options.registrationFile = found.registration.string();
+    if (options.providerDirs.empty()) options.providerDirs = {found.providerDir.string()};
 }
 
 CLI::App *operation(CLI::App &app, const char *name, const char *help, Request &r, bool keys) {
@@ -114,6 +188,13 @@ int main(int argc, char **argv) {
         ->transform(CLI::CheckedTransformer(HostOptions::kLayoutNames));
     app.add_flag("--json", json, "print JSON");
     app.add_flag("--verbose", options.echoBrokerLog, "print the host's log (provider load failures, type warnings)");
+    std::string scenario;
+    CLI::Option *simulate =
+        app.add_option("--simulate", scenario,
+                       "run against the simulated adapter (scenario: default, full, a name or a .json path); "
+                       "the principal may then change the adapter")
+            ->expected(0, 1)
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
 
     Request r;
     CLI::App *classes = app.add_subcommand("classes", "the classes served: class, namespace, provider, kinds");
@@ -122,6 +203,8 @@ int main(int argc, char **argv) {
         "extents, pools, volumes, default settings");
     CLI::App *tree = app.add_subcommand(
         "tree", "the adapter as a graph: the associations followed from the controller system down to the disks");
+    HealthRequest healthRequest;
+    CLI::App *health = healthCommand(app, healthRequest);
     CLI::App *ein = operation(app, "ein", "enumerate instance names", r, false);
     CLI::App *ei = operation(app, "ei", "enumerate instances", r, false);
     CLI::App *gi = operation(app, "gi", "get an instance", r, true);
@@ -156,14 +239,35 @@ int main(int argc, char **argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &e) {
-        return app.exit(e) == 0 ? 0 : 2;  // --help is no error
+        // --help is no error; a monitoring check's usage error is UNKNOWN.
+        return app.exit(e) == 0 ? 0 : health->parsed() ? 3 : 2;
     }
+
+    // What stops the command before it runs: for the monitoring check an
+    // UNKNOWN verdict, for the others a message and exit status 2.
+    const auto cannotRun = [&](const std::string &problem) {
+        if (!*health) {
+            std::cerr << "tovra-cim: " << problem << '\n';
+            return 2;
+        }
+        cli::printVerdict(cli::unknownVerdict(problem), std::cout, false, json);
+        return static_cast<int>(cli::State::Unknown);
+    };
+    const std::optional<cli::Installation> found = cli::locateInstallation(cli::executablePath().parent_path());
+    if (*simulate) {
+        if (const std::string problem = cli::runUnderSimulator(found ? &*found : nullptr, scenario, argv);
+            !problem.empty())
+            return cannotRun(problem);
+        if (permissions.empty()) permissions.push_back(options.principal + "=5");
+    }
+    if (found) applyInstallation(options, *found);
 
     try {
         if (*describe) {
             cli::describe(declarations(options.mofPaths), r.cls, r.method, std::cout, json);
             return 0;
         }
+        if (*health) return runHealth(options, healthRequest, options.echoBrokerLog, json);
         Host host(options);
         for (const auto &[user, level] : pairs(permissions, "permission"))
             host.setPermission(user, static_cast<unsigned>(std::stoul(level.asString())));
@@ -172,8 +276,12 @@ int main(int argc, char **argv) {
             std::cout << (json ? cli::toJson(list).dump(2) + "\n" : cli::toText(list));
             return 0;
         }
-        if (*inventory) return cli::printInventory(host, std::cout, json);
-        if (*tree) return cli::printTree(host, std::cout, json);
+        if (*inventory || *tree) {
+            const int status =
+                *inventory ? cli::printInventory(host, std::cout, json) : cli::printTree(host, std::cout, json);
+            hintAtDevice(status != 0);
+            return status;
+        }
         const PropertyList *props = r.properties.empty() ? nullptr : &r.properties;
         ObjectPathV path = host.path(r.ns, r.cls, pairs(r.keys, "key"));
         if (*ein) return print(host.enumerateInstanceNames(r.ns, r.cls), json);
@@ -188,7 +296,6 @@ int main(int argc, char **argv) {
         const NamedValues args = cli::typedArguments(r.args, method);
         return printMethod(host.invokeMethod(path, r.method, args), method, json);
     } catch (const std::exception &e) {
-        std::cerr << "tovra-cim: " << e.what() << '\n';
-        return 2;
+        return cannotRun(e.what());
     }
 }

@@ -1,6 +1,7 @@
 // tovra-cim run as a process against the test provider library.
 #include "ClassRepository.h"
 #include "Format.h"
+#include "Health.h"
 #include "HostFixture.h"
 #include "TypedArgs.h"
 
@@ -173,6 +174,46 @@ TEST(Cli, PrintsJsonAndFailsWithTheStatus) {
     EXPECT_EQ(missing.out, "tovra-cim: CMPI_RC_ERR_NOT_FOUND (6)\n");
     CliRun badMof = cli("--mof /nonexistent.mof classes");
     EXPECT_EQ(badMof.status, 2);
+}
+
+// The health check's --since: a duration back from now or a UTC time; the
+// event log's own time stamps read the same way.
+TEST(Cli, SinceTakesDurationsAndUtcTimes) {
+    const time_t now = 1700003600;  // 2023-11-14 23:13:20 UTC
+    struct Case {
+        const char *text;
+        time_t expected;  // -1: refused
+    };
+    const Case cases[] = {
+        {"0", now},
+        {"90", now - 90},
+        {"90s", now - 90},
+        {"30m", now - 1800},
+        {"24h", now - 86400},
+        {"7d", now - 7 * 86400},
+        {"2w", now - 14 * 86400},
+        {"2023-11-14", 1699920000},
+        {"2023-11-14 23:13:20", now},
+        {"2023-11-14T23:13:20", now},
+        {"1970-01-01 00:00:00", 0},
+        {"24x", -1},
+        {"h", -1},
+        {"-5m", -1},
+        {"2023-11-14 23:13", -1},
+        {"2023-13-01", -1},
+        {"2023-11-14 24:00:00", -1},
+        {"2023-11-14 23:13:20Z", -1},
+        {"1969-12-31", -1},
+        {"", -1},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.text);
+        if (c.expected < 0) {
+            EXPECT_THROW(cimhost::cli::sinceTime(c.text, now), std::invalid_argument);
+        } else {
+            EXPECT_EQ(cimhost::cli::sinceTime(c.text, now), c.expected);
+        }
+    }
 }
 
 }  // namespace
