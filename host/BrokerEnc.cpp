@@ -122,9 +122,24 @@ CMPIDateTime *newDateTimeFromChars(const CMPIBroker *mb, const char *utcTime, CM
     });
 }
 
-CMPISelectExp *newSelectExp(const CMPIBroker *, const char *, const char *, CMPIArray **, CMPIStatus *rc) {
-    rt::setRc(rc, CMPI_RC_ERR_NOT_SUPPORTED);
-    return nullptr;
+// A filter's query (WQL or CQL, see IndicationQuery.h); its FROM class must
+// be known. The projection is NULL for "SELECT *", else a string array.
+CMPISelectExp *newSelectExp(const CMPIBroker *mb, const char *query, const char *lang, CMPIArray **projection,
+                            CMPIStatus *rc) {
+    return factory<CMPISelectExp *>(mb, rc, [&](HostCore &core) -> CMPISelectExp * {
+        if (projection != nullptr) *projection = nullptr;
+        if (query == nullptr || lang == nullptr) {
+            rt::setRc(rc, CMPI_RC_ERR_INVALID_PARAMETER);
+            return nullptr;
+        }
+        auto *se = core.makeSelectExp(query, lang, Lifetime::Tracked, rc);
+        if (se == nullptr || projection == nullptr || se->query().properties.empty()) return se ? se->as<CMPISelectExp>() : nullptr;
+        Value::Array names;
+        for (const std::string &p : se->query().properties) names.push_back(Value::string(p));
+        *projection = Runtime::make<rt::ArrayObj>(Lifetime::Tracked, core.flavor(), CMPIType(CMPI_string), std::move(names))
+                          ->as<CMPIArray>();
+        return se->as<CMPISelectExp>();
+    });
 }
 
 CMPIBoolean classPathIsA(const CMPIBroker *mb, const CMPIObjectPath *op, const char *type, CMPIStatus *rc) {
@@ -167,6 +182,7 @@ std::optional<std::string> describe(const void *object) {
             return "enumeration of " +
                    std::to_string(Runtime::resolve<rt::EnumerationObj>(object, nullptr)->items().size());
         case rt::Kind::Result: return std::string("result");
+        case rt::Kind::SelectExp: return Runtime::resolve<rt::SelectExpObj>(object, nullptr)->query().text;
     }
     return std::nullopt;
 }

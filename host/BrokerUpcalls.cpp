@@ -100,19 +100,24 @@ CMPIContext *prepareAttachThread(const CMPIBroker *mb, const CMPIContext *ctx) {
         HostCore *core = HostCore::of(mb, nullptr);
         CallContext cc;
         if (core == nullptr || !callContextOf(ctx, cc, nullptr)) return nullptr;
-        // Lives until detachThread frees it.
-        return Runtime::make<rt::ContextObj>(Lifetime::Clone, core->flavor(), std::move(cc.entries), cc.nullText)
-            ->as<CMPIContext>();
+        // Lives until detachThread frees it. A thread attached with it runs
+        // in the provider process of the code that prepared it.
+        auto *made = Runtime::make<rt::ContextObj>(Lifetime::Clone, core->flavor(), std::move(cc.entries), cc.nullText);
+        made->originWorker = threadRole().worker;
+        made->originProvider = threadRole().operation.provider;
+        return made->as<CMPIContext>();
     });
 }
 
 CMPIStatus attachThread(const CMPIBroker *mb, const CMPIContext *ctx) {
     return rt::guardedStatus([&]() -> CMPIStatus {
         CMPIStatus rc = rt::status(CMPI_RC_OK);
-        if (HostCore::of(mb, &rc) == nullptr || Runtime::resolve<rt::ContextObj>(ctx, &rc) == nullptr) return rc;
+        auto *context = HostCore::of(mb, &rc) != nullptr ? Runtime::resolve<rt::ContextObj>(ctx, &rc) : nullptr;
+        if (context == nullptr) return rc;
         if (attachedScope) return rt::status(CMPI_RC_ERR_FAILED);
         attachedScope = std::make_unique<rt::Scope>();
         attachedBinding.emplace(attachedScope.get());
+        threadRole() = ThreadRole{context->originWorker, {context->originProvider, "attached thread", {}}, nullptr, 0};
         return rc;
     });
 }
@@ -124,12 +129,30 @@ CMPIStatus detachThread(const CMPIBroker *mb, const CMPIContext *ctx) {
         if (!attachedScope) return rt::status(CMPI_RC_ERR_FAILED);
         attachedBinding.reset();
         attachedScope.reset();
+        threadRole() = ThreadRole{};
         return Runtime::release(const_cast<CMPIContext *>(ctx), rt::Kind::Context);
     });
 }
 
-CMPIStatus deliverIndication(const CMPIBroker *, const CMPIContext *, const char *, const CMPIInstance *) {
-    return rt::status(CMPI_RC_ERR_NOT_SUPPORTED);
+// An up-call like the others: from provider code it waits for its process's
+// up-call lock, so one that could only wait forever is refused here too.
+CMPIStatus deliverIndication(const CMPIBroker *mb, const CMPIContext *ctx, const char *ns, const CMPIInstance *ind) {
+    return rt::guardedStatus([&]() -> CMPIStatus {
+        CMPIStatus rc = rt::status(CMPI_RC_OK);
+        HostCore *core = HostCore::of(mb, &rc);
+        if (core == nullptr || Runtime::resolve<rt::ContextObj>(ctx, &rc) == nullptr) return rc;
+        auto *instance = Runtime::resolve<rt::InstanceObj>(ind, &rc);
+        if (instance == nullptr) return rc;
+        if (ns == nullptr) return rt::status(CMPI_RC_ERR_INVALID_PARAMETER);
+        std::shared_ptr<const InstanceV> indication = instance->sharedSnapshot();
+        const std::string nameSpace = ns;
+        SharedReply r = throughGate<SharedReply>(*core, "DeliverIndication " + indication->path.className, [&] {
+            core->deliverIndication(nameSpace, *indication);
+            return SharedReply{};
+        });
+        if (r.ok()) return rc;
+        return CMPIStatus{r.rc, rt::trackedString(core->flavor(), r.message)};
+    });
 }
 
 // ---- instances ---------------------------------------------------------------

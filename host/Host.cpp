@@ -141,6 +141,18 @@ Reply Host::invokeMethod(const ObjectPathV &path, const std::string &method, con
     });
 }
 
+Reply Host::activateFilter(const std::string &ns, const std::string &cls, const std::string &query) {
+    return request(nullptr, [&](const CallContext &cc, const ObjectPathV &) {
+        return core_->activateFilter(cc, ns, cls, query);
+    });
+}
+
+Reply Host::deactivateFilter(const std::string &ns, const std::string &cls, const std::string &query) {
+    return request(nullptr, [&](const CallContext &cc, const ObjectPathV &) {
+        return core_->deactivateFilter(cc, ns, cls, query);
+    });
+}
+
 ObjectPathV Host::path(const std::string &ns, const std::string &cls, const NamedValues &keys) const {
     ObjectPathV p{ns, cls, {}, {}};
     for (const auto &[name, value] : keys) {

@@ -66,6 +66,18 @@ public:
     // Typed values convert with range checks; strings are parsed.
     Reply invokeMethod(const ObjectPathV &path, const std::string &method, const NamedValues &args = {});
 
+    // A subscription's filter reaches the indication providers registered for cls
+    // (and its subclasses) in ns: authorizeFilter, then activateFilter (firstActivation
+    // for the provider's first), enableIndications after the first. Returns their status.
+    // The same (ns, cls, query) activated again counts one more subscription and
+    // reaches no provider; deactivateFilter reaches them when the last goes:
+    // disableIndications before the provider's last filter, then deActivateFilter
+    // (lastActivation for its last). An unknown filter answers CMPI_RC_ERR_NOT_FOUND,
+    // a class no indication provider serves CMPI_RC_ERR_NOT_SUPPORTED, a query
+    // that does not read CMPI_RC_ERR_INVALID_QUERY.
+    Reply activateFilter(const std::string &ns, const std::string &cls, const std::string &query);
+    Reply deactivateFilter(const std::string &ns, const std::string &cls, const std::string &query);
+
     // A path of a class with keys typed after its key properties (strings
     // are parsed); keys that do not convert stay as given.
     ObjectPathV path(const std::string &ns, const std::string &cls, const NamedValues &keys = {}) const;

@@ -19,6 +19,7 @@ std::optional<MiKind> kindOf(const std::string &name) {
     if (iequals(name, "instance")) return MiKind::Instance;
     if (iequals(name, "association")) return MiKind::Association;
     if (iequals(name, "method")) return MiKind::Method;
+    if (iequals(name, "indication")) return MiKind::Indication;
     return std::nullopt;
 }
 
@@ -97,7 +98,9 @@ HostCore::~HostCore() {
     // belongs to this last request.
     rt::Scope scope;
     rt::ScopeBinding binding(&scope);
+    stopIndications();
     for (auto &module : modules_) module->cleanup(flavor_);
+    for (ActiveFilter &f : activeFilters_) rt::Runtime::dispose(f.selectExp);
 }
 
 HostCore *HostCore::of(const CMPIBroker *mb) {

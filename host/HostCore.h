@@ -4,6 +4,7 @@
 #pragma once
 
 #include "HostOptions.h"
+#include "Objects.h"
 #include "ObjectRuntime.h"
 #include "Providers.h"
 #include "Reply.h"
@@ -102,6 +103,17 @@ public:
     SharedReply referencesShared(const CallContext &cc, const ObjectPathV &op, const std::string &resultClass,
                                  const std::string &role, const PropertyList *props, bool names);
 
+    // Indications (Indications.cpp).
+    Reply activateFilter(const CallContext &cc, const std::string &ns, const std::string &cls,
+                         const std::string &query);
+    Reply deactivateFilter(const CallContext &cc, const std::string &ns, const std::string &cls,
+                           const std::string &query);
+    // A select expression of a query, or nullptr with rc set.
+    rt::SelectExpObj *makeSelectExp(const std::string &query, const std::string &language, rt::Lifetime lifetime,
+                                    CMPIStatus *rc);
+    // Hands a delivered indication to the sink of the options.
+    void deliverIndication(const std::string &ns, const InstanceV &indication);
+
     std::vector<RegisteredClass> registeredClasses() const;
     unsigned permission(const std::string &user) const;
     void setPermission(const std::string &user, unsigned level);
@@ -128,6 +140,22 @@ private:
     void *usableMi(Binding &binding, MiKind kind, SharedReply &failure);
     // Logs, once per class and property, a returned type the MOF does not declare.
     void checkTypes(const std::vector<std::shared_ptr<const InstanceV>> &instances);
+    // A filter activated by one or more subscriptions, and the blocks it reached.
+    struct ActiveFilter {
+        std::string ns, cls, query;
+        size_t subscriptions = 0;
+        rt::SelectExpObj *selectExp = nullptr;  // a clone, handed to every call for this filter
+        std::vector<Binding *> providers;
+    };
+    // An indication provider's filters and whether it was enabled.
+    struct IndicationState {
+        size_t filters = 0;
+        bool enabled = false;
+    };
+    Reply deactivateIn(const CallContext &cc, ActiveFilter &filter, const std::vector<Binding *> &providers);
+    // At the end: disable every enabled indication provider.
+    void stopIndications();
+
     template <class Call>
     SharedReply forEachAssociation(const char *operation, const CallContext &cc, const ObjectPathV &op,
                                    const std::string &assocClass, bool names, Call &&call);
@@ -152,6 +180,10 @@ private:
     // cached instance handed out again is not looked at property by property.
     std::unordered_map<const InstanceV *, std::weak_ptr<const InstanceV>> typesChecked_;
     size_t typesCheckedLimit_ = 1024;
+    // Serialises filter changes, provider calls included.
+    std::mutex indicationMutex_;
+    std::vector<ActiveFilter> activeFilters_;
+    std::map<const ProviderModule *, IndicationState> indicationStates_;
     // Last, so its threads end before anything they might touch.
     UpcallGate gate_;
 };

@@ -1,11 +1,14 @@
 // How a host is set up.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
 
 namespace cimhost {
+
+struct InstanceV;
 
 struct HostOptions {
     std::vector<std::string> mofPaths;      // MOF files or directories
@@ -36,6 +39,11 @@ struct HostOptions {
     bool charsArraysAsStrings = false;
     // Broker logMessage/trace lines also go to stderr.
     bool echoBrokerLog = false;
+
+    // Where indications that providers deliver go: namespace and the indication.
+    // Called while the provider's delivering thread waits (under its process's
+    // up-call lock); it must not block. Empty: dropped.
+    std::function<void(const std::string &ns, const InstanceV &indication)> indicationSink;
 };
 
 }  // namespace cimhost

@@ -39,6 +39,7 @@ const char *kindName(Kind kind) {
         case Kind::DateTime: return "CMPIDateTime";
         case Kind::Context: return "CMPIContext";
         case Kind::Result: return "CMPIResult";
+        case Kind::SelectExp: return "CMPISelectExp";
     }
     return "CMPIObject";
 }

@@ -36,8 +36,8 @@
 
 namespace cimhost::rt {
 
-enum class Kind : uint8_t { String, Array, Instance, ObjectPath, Args, Enumeration, DateTime, Context, Result };
-constexpr int kKindCount = 9;
+enum class Kind : uint8_t { String, Array, Instance, ObjectPath, Args, Enumeration, DateTime, Context, Result, SelectExp };
+constexpr int kKindCount = 10;
 const char *kindName(Kind kind);  // "CMPIInstance", ...
 
 enum class Lifetime : uint8_t { Tracked, Borrowed, Clone, PassedIn };

@@ -2,6 +2,7 @@
 // Their function tables live in the matching .cpp files.
 #pragma once
 
+#include "IndicationQuery.h"
 #include "ObjectRuntime.h"
 #include "Value.h"
 
@@ -10,6 +11,10 @@
 #include <optional>
 #include <string>
 #include <vector>
+
+namespace cimhost {
+class Worker;
+}
 
 namespace cimhost::rt {
 
@@ -103,6 +108,10 @@ public:
     // String entries that read back as a CMPIString whose characters are NULL.
     std::vector<std::string> &nullTextEntries() { return nullText_; }
     const std::vector<std::string> &nullTextEntries() const { return nullText_; }
+    // For a context made by prepareAttachThread: the provider process and
+    // provider whose code prepared it, which a thread attached with it joins.
+    Worker *originWorker = nullptr;
+    std::string_view originProvider;
 
 private:
     NamedValues entries_;
@@ -132,6 +141,20 @@ public:
 
 private:
     DateTimeV value_;
+};
+
+// A filter's query, as handed to indication providers.
+class SelectExpObj : public Object {
+public:
+    static constexpr Kind kKind = Kind::SelectExp;
+    // fromClasses: the FROM class and its subclasses (lower case), for evaluate.
+    SelectExpObj(const Flavor &flavor, IndicationQuery query, std::vector<std::string> fromClasses);
+    const IndicationQuery &query() const { return query_; }
+    const std::vector<std::string> &fromClasses() const { return fromClasses_; }
+
+private:
+    IndicationQuery query_;
+    std::vector<std::string> fromClasses_;
 };
 
 // What a provider call may return through its CMPIResult, and what it did.

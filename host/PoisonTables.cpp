@@ -103,6 +103,14 @@ CMPIResultFT resultFT = {0,
                          USE(CMPIResultFT, returnDone),
                          USE(CMPIResultFT, returnError)};
 
+CMPISelectExpFT selectExpFT = {0,
+                               REL(CMPISelectExpFT),
+                               USE(CMPISelectExpFT, evaluate),
+                               USE(CMPISelectExpFT, getString),
+                               USE(CMPISelectExpFT, getDOC),
+                               USE(CMPISelectExpFT, getCOD),
+                               USE(CMPISelectExpFT, evaluateUsingAccessor)};
+
 #undef USE
 #undef REL
 
@@ -119,6 +127,7 @@ const void *poisonTable(Kind kind) {
         case Kind::DateTime: return &dateTimeFT;
         case Kind::Context: return &contextFT;
         case Kind::Result: return &resultFT;
+        case Kind::SelectExp: return &selectExpFT;
     }
     return &stringFT;
 }

@@ -24,6 +24,7 @@ void *callFactory(MiKind kind, void *symbol, const CMPIBroker *broker, const CMP
         case MiKind::Instance: return callFactory<CMPIInstanceMI>(symbol, broker, ctx, rc);
         case MiKind::Association: return callFactory<CMPIAssociationMI>(symbol, broker, ctx, rc);
         case MiKind::Method: return callFactory<CMPIMethodMI>(symbol, broker, ctx, rc);
+        case MiKind::Indication: return callFactory<CMPIIndicationMI>(symbol, broker, ctx, rc);
     }
     return nullptr;
 }
@@ -46,6 +47,7 @@ const char *kindName(MiKind kind) {
         case MiKind::Instance: return "instance";
         case MiKind::Association: return "association";
         case MiKind::Method: return "method";
+        case MiKind::Indication: return "indication";
     }
     return "";
 }
@@ -121,6 +123,7 @@ void ProviderModule::cleanup(const rt::Flavor &flavor) {
             case MiKind::Instance: cleanupMi<CMPIInstanceMI>(mis_[k], ctx->as<CMPIContext>()); break;
             case MiKind::Association: cleanupMi<CMPIAssociationMI>(mis_[k], ctx->as<CMPIContext>()); break;
             case MiKind::Method: cleanupMi<CMPIMethodMI>(mis_[k], ctx->as<CMPIContext>()); break;
+            case MiKind::Indication: cleanupMi<CMPIIndicationMI>(mis_[k], ctx->as<CMPIContext>()); break;
         }
         rt::Runtime::dispose(ctx);
     }

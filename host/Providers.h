@@ -16,10 +16,10 @@
 
 namespace cimhost {
 
-enum class MiKind { Instance, Association, Method };
-constexpr int kMiKinds = 3;
+enum class MiKind { Instance, Association, Method, Indication };
+constexpr int kMiKinds = 4;
 
-// The registration's name of a kind ("instance", "association", "method").
+// The registration's name of a kind ("instance", "association", "method", "indication").
 const char *kindName(MiKind kind);
 
 class ProviderModule {

@@ -103,6 +103,13 @@ Schema::Schema(const std::vector<std::string> &mofPaths) {
     }
 }
 
+std::vector<std::string> Schema::subclasses(std::string_view cls) const {
+    std::vector<std::string> out;
+    for (const std::string &name : repo_.classNames())
+        if (isA(name, cls)) out.push_back(lowerCase(name));
+    return out;
+}
+
 bool Schema::isA(std::string_view cls, std::string_view ancestor) const {
     return iequals(cls, ancestor) || repo_.isA(cls, ancestor);
 }

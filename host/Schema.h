@@ -30,6 +30,8 @@ public:
 
     const ClassDecl *find(std::string_view cls) const { return repo_.find(cls); }
     bool isA(std::string_view cls, std::string_view ancestor) const;
+    // The class and every class below it (lower case).
+    std::vector<std::string> subclasses(std::string_view cls) const;
     // Namespaces that hold at least one class (lower case).
     const std::set<std::string> &namespaces() const { return namespaces_; }
     using PropertyTypes = std::unordered_map<std::string, CMPIType, NoCaseHash, NoCaseEqual>;

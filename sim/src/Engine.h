@@ -88,6 +88,8 @@ public:
     // replaced it (call under a SharedState::Guard).
     void syncFromState();
     void resetCounters();
+    // Seconds for event time stamps: the clock in use.
+    uint32_t eventTime() const;
 
     RecursiveMutex mutex;
     Config config;
@@ -108,7 +110,6 @@ public:
 private:
     Engine();
     void readEnvironment();
-    uint32_t eventTime() const;
     int sendFirmware(int fd, CMD_MESSAGE_FIELD *m);
     int sendDriver(int fd, uint8_t command);
     // Counts an exchange and draws its faults; false (errno EIO) when the write fails.

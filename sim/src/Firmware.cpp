@@ -8,10 +8,14 @@ namespace tovra::sim {
 
 uint8_t Request::at(std::size_t i) const { return i < wire::kMessageDataSize ? buf[i] : 0; }
 
-void Context::event(uint8_t severity, const std::string &device, const std::string &message) {
+void logEvent(Model &model, uint32_t now, uint8_t severity, const std::string &device, const std::string &message) {
     auto &log = model.events;
     log.insert(log.begin(), Event{now, severity, device, message});
     if (log.size() > kEventLogSize) log.resize(kEventLogSize);
+}
+
+void Context::event(uint8_t severity, const std::string &device, const std::string &message) {
+    logEvent(model, now, severity, device, message);
 }
 
 namespace {

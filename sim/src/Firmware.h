@@ -76,6 +76,12 @@ inline constexpr char EndOfData = 'T';
 
 inline constexpr unsigned kEventLogSize = 256;
 
+// Adds an event as the newest of the log, which keeps its last kEventLogSize.
+void logEvent(Model &model, uint32_t now, uint8_t severity, const std::string &device, const std::string &message);
+
+// "Raid Set # 000", or "RaidSet #<n>" for a set without a name.
+std::string setLabel(const RaidSet &rs, unsigned no);
+
 // "Enc1 Slot3" style device text for events (1-based, as an administrator reads it).
 inline std::string diskLabel(unsigned enc, unsigned slot) {
     return "Enc" + std::to_string(enc + 1) + " Slot" + std::to_string(slot + 1);

@@ -38,10 +38,6 @@ void join(Model &m, const std::vector<Member> &members, unsigned no) {
     }
 }
 
-std::string setLabel(const RaidSet &rs, unsigned no) {
-    return rs.name.empty() ? "RaidSet #" + std::to_string(no) : rs.name;
-}
-
 // 0x50: [6] n, [10..25] name (blank padded), [26] mode, from [27] n pairs
 // (enclosure, disk). The disk byte is 0-based when the enclosure byte is 1 and
 // 1-based otherwise, as the management software sends it.
@@ -141,6 +137,10 @@ Outcome hotSpare(Context &ctx) {
 }
 
 }  // namespace
+
+std::string setLabel(const RaidSet &rs, unsigned no) {
+    return rs.name.empty() ? "RaidSet #" + std::to_string(no) : rs.name;
+}
 
 Outcome raidSetCommand(Context &ctx) {
     const uint8_t cmd = ctx.req.cmd();

@@ -60,4 +60,12 @@ TOVRASIM_API void withModel(const std::function<void(Model &)> &fn);  // under t
 TOVRASIM_API void setStateFile(const std::string &path);
 TOVRASIM_API std::string scenarioName();
 
+// Health changes of a running adapter, as the control command tovra-sim takes
+// them ("fail-disk 1 3", "battery low", "event -s error Fan stopped", ...; see
+// controlUsage). Applied under the lock and persisted to the state file, so
+// every process sharing it sees them at its next exchange. Returns what was
+// done; throws std::invalid_argument (and changes nothing) on a bad command.
+TOVRASIM_API std::string runControl(const std::vector<std::string> &args);
+TOVRASIM_API std::string controlUsage();
+
 }  // namespace tovra::sim
