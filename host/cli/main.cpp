@@ -6,6 +6,7 @@
 #include "Format.h"
 #include "Host.h"
 #include "Inventory.h"
+#include "Listen.h"
 #include "TypedArgs.h"
 #include "Tree.h"
 
@@ -108,6 +109,24 @@ int main(int argc, char **argv) {
     app.add_flag("--json", json, "print JSON");
     app.add_flag("--verbose", options.echoBrokerLog, "print the host's log (provider load failures, type warnings)");
 
+    cli::ListenOptions listenOptions;
+    CLI::App *listen = app.add_subcommand(
+        "listen", "a CIM-XML listener: prints each indication exported to it (--json: one JSON document per line)");
+    listen->add_option("--port", listenOptions.port, "port to listen on; 0 picks a free one (printed on standard error)")
+        ->required()->check(CLI::Range(0, 65535));
+    listen->add_option("--listen", listenOptions.address, "address to listen on")->capture_default_str();
+    listen->add_option("--count", listenOptions.count, "stop after this many indications")->check(CLI::Range(1LL, 1LL << 62));
+    listen->add_option("--max-body", listenOptions.maxBody, "largest request body in bytes")->capture_default_str()
+        ->check(CLI::Range(1024, 1 << 30));
+    listen->add_option("--request-timeout", listenOptions.requestTimeout, "seconds for a whole request to arrive")
+        ->capture_default_str()->check(CLI::Range(0.05, 3600.0));
+    listen->add_option("--idle-timeout", listenOptions.idleTimeout, "seconds a connection may stay silent")
+        ->capture_default_str()->check(CLI::Range(1, 3600));
+    listen->add_option("--max-connections", listenOptions.maxConnections, "open connections in total")
+        ->capture_default_str()->check(CLI::Range(1, 10000));
+    listen->add_option("--max-connections-per-address", listenOptions.maxConnectionsPerAddress,
+                       "open connections from one address")->capture_default_str()->check(CLI::Range(1, 10000));
+
     Request r;
     CLI::App *classes = app.add_subcommand("classes", "the classes served: class, namespace, provider, kinds");
     CLI::App *inventory = app.add_subcommand(
@@ -149,6 +168,10 @@ int main(int argc, char **argv) {
         return app.exit(e) == 0 ? 0 : 2;  // --help is no error
     }
 
+    if (*listen) {
+        listenOptions.json = json;
+        return cli::listen(listenOptions, std::cout, std::cerr);
+    }
     try {
         Host host(options);
         for (const auto &[user, level] : pairs(permissions, "permission"))

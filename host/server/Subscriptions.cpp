@@ -275,6 +275,9 @@ Reply Subscriptions::createDestination(InstanceV inst) {
         return failure(CMPI_RC_ERR_NOT_SUPPORTED, "Protocol must be 2 (CIM-XML)");
     if (text(inst, "Name") == nullptr)
         setNamed(inst.properties, "Name", Value::string(generatedName("destination")));
+    // NULL means Permanent and CIM-XML: say so.
+    if (!number(inst, "PersistenceType")) setNamed(inst.properties, "PersistenceType", Value::u16(2));
+    if (!number(inst, "Protocol")) setNamed(inst.properties, "Protocol", Value::u16(2));
     fillKeys(inst, kDestinationClass);
     auto dest = std::make_shared<Destination>(Destination{std::move(inst), std::get<std::string>(url)});
     std::lock_guard lock(mutex_);
