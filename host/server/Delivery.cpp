@@ -156,8 +156,14 @@ Delivery::~Delivery() {
         retired_.clear();
     }
     for (auto &c : all) c->stop();
-    for (auto &c : all)
+    for (auto &c : all) {
         if (c->thread.joinable()) c->thread.join();
+        const DeliveryCounters &n = c->counters;
+        if (n.delivered + n.failed + n.overflowed + c->queue.size() != 0)
+            log_("delivery to " + c->url + ": " + std::to_string(n.delivered) + " delivered, " + std::to_string(n.failed) +
+                 " failed, " + std::to_string(n.overflowed) + " dropped (queue full), " +
+                 std::to_string(c->queue.size()) + " not sent");
+    }
 }
 
 void Delivery::add(const std::string &id, const std::string &url) {
