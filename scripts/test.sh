@@ -13,7 +13,7 @@ cmake --build build-asan -j "$jobs"
 (cd build-asan && ctest --output-on-failure -j "$jobs")
 
 cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DTOVRA_SANITIZE=thread -DTOVRA_BUILD_BENCH=OFF >/dev/null
-cmake --build build-tsan -j "$jobs" --target provider_tests sim_tests tovra_soak
+cmake --build build-tsan -j "$jobs" --target provider_tests sim_tests tovra_soak alert_tests
 (cd build-tsan && TSAN_OPTIONS=second_deadlock_stack=1 \
   ctest --output-on-failure -j "$jobs" -R '^(providers|sim|reliability)[.]' -E 'cli_|fault_matrix')
 

@@ -60,6 +60,15 @@ unsigned setNumber(const Model &m, const RaidSet *rs) {
 }
 
 constexpr uint8_t kRebuildingState = 6;
+constexpr uint32_t kVolumeRebuilding = 0x08;
+
+// Ends a set's rebuild: the firmware derives its state from its members again.
+void clearRebuild(Model &m, unsigned no) {
+    m.raidSets[no]->rawState.reset();
+    m.raidSets[no]->rawFailMask.reset();
+    for (auto &v : m.volumes)
+        if (v && v->raidSet == no) v->rawVolumeStatus.reset();
+}
 
 struct Change {
     Model &m;
@@ -76,14 +85,18 @@ std::string failDisk(Change &c, const Args &a) {
     d.state = ds::Failed;
     c.event(2, diskLabel(p.enc, p.slot), "Device Failed");
     if (RaidSet *rs = memberSet(c.m, p)) {
-        rs->rawState.reset();
-        c.event(1, setLabel(*rs, setNumber(c.m, rs)), "RaidSet Degraded");
+        const unsigned no = setNumber(c.m, rs);
+        if (rs->rawState == kRebuildingState) clearRebuild(c.m, no);
+        c.event(1, setLabel(*rs, no), "RaidSet Degraded");
     }
     return diskLabel(p.enc, p.slot) + " failed";
 }
 
-// A failed disk is replaced: a member of a set rejoins it and the set
-// rebuilds until finish-rebuild; any other disk comes back free.
+// A failed disk is replaced. A member of a set rejoins it and, when it was
+// the set's only failed member, the set rebuilds onto it until
+// finish-rebuild: the firmware reports the set as rebuilding (state 6, the
+// member still in the fail mask) and its volumes with the rebuilding status.
+// Any other disk comes back free.
 std::string replaceDisk(Change &c, const Args &a) {
     const Position p = position(a);
     Disk &d = diskAt(c.m, p);
@@ -91,10 +104,14 @@ std::string replaceDisk(Change &c, const Args &a) {
     RaidSet *rs = memberSet(c.m, p);
     d.state = rs != nullptr ? ds::Member : ds::Free;
     c.event(0, diskLabel(p.enc, p.slot), "Device Inserted");
-    if (rs != nullptr) {
-        const bool othersFailed = failMask(c.m, *rs) != 0;
-        if (!othersFailed) rs->rawState = kRebuildingState;
-        c.event(0, setLabel(*rs, setNumber(c.m, rs)), "Start Rebuilding");
+    if (rs != nullptr && failMask(c.m, *rs) == 0) {
+        const auto member = std::find(rs->members.begin(), rs->members.end(), Member{uint8_t(p.enc), uint8_t(p.slot)});
+        const unsigned no = setNumber(c.m, rs);
+        rs->rawState = kRebuildingState;
+        rs->rawFailMask = 1u << (member - rs->members.begin());
+        for (auto &v : c.m.volumes)
+            if (v && v->raidSet == no) v->rawVolumeStatus = kVolumeRebuilding;
+        c.event(0, setLabel(*rs, no), "Start Rebuilding");
     }
     return diskLabel(p.enc, p.slot) + " replaced";
 }
@@ -103,7 +120,7 @@ std::string finishRebuild(Change &c, const Args &a) {
     const unsigned no = number(a.at(1), "SET", 1, kRaidSetCount) - 1;
     auto &rs = c.m.raidSets[no];
     if (!rs || rs->rawState != kRebuildingState) refuse("RAID set " + a.at(1) + " is not rebuilding");
-    rs->rawState.reset();
+    clearRebuild(c.m, no);
     c.event(0, setLabel(*rs, no), "Complete Rebuild");
     return setLabel(*rs, no) + " rebuilt";
 }

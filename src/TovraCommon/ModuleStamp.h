@@ -92,3 +92,58 @@
         tovra::ModuleState<M>::recordBroker(broker);                                                   \
         return &Tovra##Module##MethodMI;                                                               \
     }
+
+// An indication provider: M::Monitor::instance() answers the filter calls
+// (activate, deactivate, enable, disable, cleanup) and watches for itself.
+#define TOVRA_INDICATION_PROVIDER(Module, M)                                                           \
+    extern "C" {                                                                                       \
+    CMPI_EXPORT CMPIStatus Tovra##Module##ProviderIndicationCleanup(CMPIIndicationMI *, const CMPIContext *, \
+                                                                   CMPIBoolean) {                      \
+        return tovra::guarded([&] { return M::Monitor::instance().cleanup(); });                       \
+    }                                                                                                  \
+    CMPI_EXPORT CMPIStatus Tovra##Module##ProviderAuthorizeFilter(CMPIIndicationMI *, const CMPIContext *, \
+                                                                 const CMPISelectExp *, const char *,  \
+                                                                 const CMPIObjectPath *, const char *) { \
+        return tovra::okStatus();                                                                      \
+    }                                                                                                  \
+    CMPI_EXPORT CMPIStatus Tovra##Module##ProviderMustPoll(CMPIIndicationMI *, const CMPIContext *,    \
+                                                          const CMPISelectExp *, const char *,         \
+                                                          const CMPIObjectPath *) {                    \
+        return tovra::makeStatus(CMPI_RC_ERR_NOT_SUPPORTED); /* it polls the adapter itself */        \
+    }                                                                                                  \
+    CMPI_EXPORT CMPIStatus Tovra##Module##ProviderActivateFilter(                                      \
+        CMPIIndicationMI *, const CMPIContext *ctx, const CMPISelectExp *filter, const char *,         \
+        const CMPIObjectPath *classPath, CMPIBoolean) {                                                \
+        return tovra::guarded([&] { return M::Monitor::instance().activate(ctx, filter, classPath); }); \
+    }                                                                                                  \
+    CMPI_EXPORT CMPIStatus Tovra##Module##ProviderDeActivateFilter(                                    \
+        CMPIIndicationMI *, const CMPIContext *, const CMPISelectExp *filter, const char *,            \
+        const CMPIObjectPath *, CMPIBoolean) {                                                         \
+        return tovra::guarded([&] { return M::Monitor::instance().deactivate(filter); });              \
+    }                                                                                                  \
+    CMPI_EXPORT CMPIStatus Tovra##Module##ProviderEnableIndications(CMPIIndicationMI *,                \
+                                                                   const CMPIContext *ctx) {           \
+        return tovra::guarded([&] { return M::Monitor::instance().enable(ctx); });                     \
+    }                                                                                                  \
+    CMPI_EXPORT CMPIStatus Tovra##Module##ProviderDisableIndications(CMPIIndicationMI *,               \
+                                                                    const CMPIContext *) {             \
+        return tovra::guarded([&] { return M::Monitor::instance().disable(); });                       \
+    }                                                                                                  \
+    }                                                                                                  \
+    static CMPIIndicationMIFT Tovra##Module##IndicationMIFT = {                                        \
+        CMPICurrentVersion,                                                                            \
+        CMPICurrentVersion,                                                                            \
+        "indicationTovra" #Module "Provider",                                                          \
+        Tovra##Module##ProviderIndicationCleanup,                                                      \
+        Tovra##Module##ProviderAuthorizeFilter,                                                        \
+        Tovra##Module##ProviderMustPoll,                                                               \
+        Tovra##Module##ProviderActivateFilter,                                                         \
+        Tovra##Module##ProviderDeActivateFilter,                                                       \
+        Tovra##Module##ProviderEnableIndications,                                                      \
+        Tovra##Module##ProviderDisableIndications};                                                    \
+    static CMPIIndicationMI Tovra##Module##IndicationMI = {nullptr, &Tovra##Module##IndicationMIFT};   \
+    CMPI_EXTERN_C CMPIIndicationMI *Tovra##Module##Provider_Create_IndicationMI(                       \
+        const CMPIBroker *broker, const CMPIContext *, CMPIStatus *) {                                  \
+        M::Monitor::instance().setBroker(broker);                                                      \
+        return &Tovra##Module##IndicationMI;                                                           \
+    }

@@ -26,32 +26,6 @@ template <class Send> CMPIStatus eventCommand(const CMPIBroker *broker, int fd, 
     return runCommand(broker, fd, name, kEventCommand, std::forward<Send>(send));
 }
 
-// Poll payload: [0..1] number of events.
-bool pollCount(CMPIStatus *rc, int fd, unsigned *count) {
-    return exchangeWithRetry(
-        rc, "EnumTovraEventInfo", [&](CMD_MESSAGE_FIELD *m) { return SendPollEvent(rc, fd, m); },
-        [&](CMD_MESSAGE_FIELD *reassembly, CMD_MESSAGE_FIELD *reply) {
-            if (!readInventoryReply(rc, fd, reassembly, reply, "PollEvent")) return false;
-            *count = replyLength(reassembly) >= 2 ? wire::getLE16(replyPayload(reassembly)) : 0;
-            return true;
-        });
-}
-
-// Event payload: [0..3] time, [4] severity, [8..31] device, [32..95] message.
-// A one-byte reply (a result letter) means there is no event at this index.
-bool readEvent(CMPIStatus *rc, int fd, unsigned index, bool *present, EventInfo *e) {
-    return exchangeWithRetry(
-        rc, "EnumTovraEventInfo",
-        [&](CMD_MESSAGE_FIELD *m) { return SendGetEvent(rc, fd, m, static_cast<unsigned char>(index)); },
-        [&](CMD_MESSAGE_FIELD *reassembly, CMD_MESSAGE_FIELD *reply) {
-            if (!readInventoryReply(rc, fd, reassembly, reply, "GetEvent")) return false;
-            const uint8_t *p = replyPayload(reassembly);
-            *present = replyLength(reassembly) >= 96;
-            if (*present) *e = EventInfo{wire::getLE32(p), p[4], fixedText(p + 8, 24), fixedText(p + 32, 64)};
-            return true;
-        });
-}
-
 }  // namespace
 
 bool SendClearEvent(CMPIStatus *rc, int fd, CMD_MESSAGE_FIELD *buf) { return sendFrame(rc, fd, buf, 0x24, 1, {}); }
@@ -80,13 +54,42 @@ CMPIStatus PollEvent(const CMPIBroker *broker, int fd) {
                       [&](CMPIStatus *rc, int f, CMD_MESSAGE_FIELD *m) { return SendPollEvent(rc, f, m); });
 }
 
+// Poll payload: [0..1] number of events, [2..5] time of the newest.
+bool PollEventLog(CMPIStatus *rc, int fd, unsigned *count, uint32_t *newest) {
+    return exchangeWithRetry(
+        rc, "EnumTovraEventInfo", [&](CMD_MESSAGE_FIELD *m) { return SendPollEvent(rc, fd, m); },
+        [&](CMD_MESSAGE_FIELD *reassembly, CMD_MESSAGE_FIELD *reply) {
+            if (!readInventoryReply(rc, fd, reassembly, reply, "PollEvent")) return false;
+            const uint16_t length = replyLength(reassembly);
+            *count = length >= 2 ? wire::getLE16(replyPayload(reassembly)) : 0;
+            *newest = length >= 6 ? wire::getLE32(replyPayload(reassembly) + 2) : 0;
+            return true;
+        });
+}
+
+// Event payload: [0..3] time, [4] severity, [8..31] device, [32..95] message.
+// A one-byte reply (a result letter) means there is no event at this index.
+bool ReadEventAt(CMPIStatus *rc, int fd, unsigned index, bool *present, EventInfo *e) {
+    return exchangeWithRetry(
+        rc, "EnumTovraEventInfo",
+        [&](CMD_MESSAGE_FIELD *m) { return SendGetEvent(rc, fd, m, static_cast<unsigned char>(index)); },
+        [&](CMD_MESSAGE_FIELD *reassembly, CMD_MESSAGE_FIELD *reply) {
+            if (!readInventoryReply(rc, fd, reassembly, reply, "GetEvent")) return false;
+            const uint8_t *p = replyPayload(reassembly);
+            *present = replyLength(reassembly) >= 96;
+            if (*present) *e = EventInfo{wire::getLE32(p), p[4], fixedText(p + 8, 24), fixedText(p + 32, 64)};
+            return true;
+        });
+}
+
 bool EnumTovraEventInfo(CMPIStatus *rc, int fd, unsigned *count, std::vector<EventInfo> *events) {
     events->clear();
-    if (!pollCount(rc, fd, count)) return false;
+    uint32_t newest = 0;
+    if (!PollEventLog(rc, fd, count, &newest)) return false;
     for (unsigned index = 0; index < std::min(*count, kMaxEvents); ++index) {
         bool present = false;
         EventInfo e;
-        if (!readEvent(rc, fd, index, &present, &e)) return false;
+        if (!ReadEventAt(rc, fd, index, &present, &e)) return false;
         if (!present) break;
         events->push_back(std::move(e));
     }

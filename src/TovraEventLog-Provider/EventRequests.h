@@ -28,6 +28,12 @@ struct EventInfo {
     std::string message;
 };
 
+// The poll request read as data: the event count and the newest event's time.
+bool PollEventLog(CMPIStatus *rc, int fd, unsigned *count, uint32_t *newest);
+// The get-event request read as data: the event at `index` (0 the newest);
+// present is false when the firmware has none there.
+bool ReadEventAt(CMPIStatus *rc, int fd, unsigned index, bool *present, EventInfo *e);
+
 // The log: its event count (poll) and the events, newest first (get, index 0
 // up, until the firmware answers a one-letter reply or the count is reached).
 // Each read is one inventory exchange with the retry rule.

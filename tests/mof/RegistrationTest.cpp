@@ -54,6 +54,7 @@ TEST(Registration, ProjectFileListsTheModulesThatExistWithTheirKinds) {
           "SystemDeviceSoftwareIdentity", "ControllerConformsToProfile"})
         expected.push_back(
             {std::string("Tovra_") + assoc, std::string("Tovra") + assoc + "Provider", {"instance", "association"}});
+    expected.push_back({"Tovra_AlertIndication", "TovraAlertIndicationProvider", {"indication"}});
     ASSERT_EQ(entries.size(), expected.size());
 
     ClassRepository classes;

@@ -42,7 +42,10 @@ TEST(Deployment, RegistrationMatchesTheExportedFactories) {
         EXPECT_EQ(entry.location, "TovraProviders");
         EXPECT_EQ(entry.unload, "never");
         for (const std::string &kind : entry.kinds) {
-            std::string suffix = kind == "instance" ? "Instance" : kind == "method" ? "Method" : "Association";
+            std::string suffix = kind == "instance"     ? "Instance"
+                                 : kind == "method"     ? "Method"
+                                 : kind == "indication" ? "Indication"
+                                                        : "Association";
             const std::string symbol = entry.providerName + "_Create_" + suffix + "MI";
             EXPECT_NE(dlsym(lib, symbol.c_str()), nullptr) << symbol;
             registered.insert(symbol);
@@ -67,6 +70,7 @@ TEST(Deployment, RegistrationMatchesTheMof) {
     cimhost::ClassRepository mof;
     mof.loadDirectory(TOVRA_MOF_DIR);
     EXPECT_NO_THROW(mof.validate());
+    const cimhost::ClassRepository &classes = mof;
     const auto entries = cimhost::loadRegistration(std::string(TOVRA_MOF_DIR) + "/Tovra.reg");
     ASSERT_FALSE(entries.empty());
     for (const auto &entry : entries) {
@@ -77,7 +81,9 @@ TEST(Deployment, RegistrationMatchesTheMof) {
         auto has = [&](const char *kind) {
             return std::find(entry.kinds.begin(), entry.kinds.end(), kind) != entry.kinds.end();
         };
-        EXPECT_TRUE(has("instance"));
+        // An indication class is served by an indication provider alone.
+        EXPECT_NE(has("instance"), has("indication"));
+        EXPECT_EQ(has("indication"), classes.isA(entry.className, "CIM_Indication"));
         EXPECT_EQ(has("association"), decl->isAssociation);
         EXPECT_EQ(has("method"), !decl->methods.empty());
     }
@@ -111,6 +117,7 @@ TEST(Deployment, ServesEveryClassThroughACmpi10LevelBroker) {
     };
     for (const auto &c : registered) {
         if (c.className.rfind("Tovra_", 0) != 0) continue;  // the host's own services
+        if (std::find(c.kinds.begin(), c.kinds.end(), "instance") == c.kinds.end()) continue;  // indications
         if (!endsPublished(c.className)) continue;
         SCOPED_TRACE(c.className);
         cimhost::Reply names = host.enumerateInstanceNames(c.nameSpace, c.className);
