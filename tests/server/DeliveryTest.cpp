@@ -152,3 +152,25 @@ TEST(Delivery, AFullQueueDropsAndCountsWhileOthersFlow) {
     EXPECT_LE(std::stoul(m[1]), kFirstCalls + 2 + 3 * rounds - 2 + 3);
     unlink(file.c_str());
 }
+
+TEST(Delivery, AFailedDiskArrivesAsOneAlert) {
+    const std::string state = subscriptionFile("state.json"), file = subscriptionFile("disk");
+    unlink(state.c_str());
+    // The adapter is shared through a state file with the control command;
+    // the provider looks at it every 50 ms.
+    ServerProcess server(alertServerArgs(file), {"TOVRA_SIM_STATE=" + state, "TOVRA_ALERT_INTERVAL=0.05"});
+    ListenerProcess listener({"--json", "--count", "1"});
+    ASSERT_NE(subscribe(server, "disks", "SELECT * FROM CIM_AlertIndication WHERE ProbableCause = 86", listener.url())
+                  .find("<IRETURNVALUE>"),
+              std::string::npos);
+    servertest::Run failed = runProgram({"env", "TOVRA_SIM_STATE=" + state, TOVRA_SIM_TOOL, "fail-disk", "2", "1"});
+    ASSERT_EQ(failed.status, 0) << failed.output;
+    EXPECT_EQ(listener.wait(std::chrono::seconds(30)), 0) << listener.output();
+    const std::string out = listener.output();
+    EXPECT_TRUE(std::regex_match(out, std::regex(R"(\{"class":"Tovra_AlertIndication",.*"PerceivedSeverity":6,.*"ProbableCause":86,.*"IndicationFilterName":"disks".*\}\n)")))
+        << out;
+    EXPECT_NE(out.find("Enc2 Slot1"), std::string::npos) << out;
+    EXPECT_EQ(server.stop(), 0);
+    unlink(state.c_str());
+    unlink(file.c_str());
+}
