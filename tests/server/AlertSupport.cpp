@@ -113,6 +113,7 @@ ListenerProcess::~ListenerProcess() {
 }
 
 std::string ListenerProcess::output() const { return fileText(outPath_); }
+std::string ListenerProcess::errors() const { return fileText(errPath_); }
 
 std::size_t ListenerProcess::count(const std::string &text) const {
     std::istringstream lines(output());

@@ -25,6 +25,7 @@ public:
     int port() const { return port_; }
     std::string url() const { return "http://127.0.0.1:" + std::to_string(port_); }
     std::string output() const;  // standard output so far
+    std::string errors() const;  // standard error so far
     // Lines of standard output holding the text.
     std::size_t count(const std::string &text) const;
     // Waits for the process to end; its exit status, or -1.
