@@ -129,6 +129,7 @@ void Subscriptions::start(Activation activation) {
     if (options_.file.empty()) return;
     std::vector<InstanceV> kept = readSubscriptionFile(options_.file);
     std::lock_guard change(changes_);
+    restoring_ = true;
     std::size_t restored = 0;
     // Filters and destinations first: subscriptions name them.
     for (int pass = 0; pass < 3; ++pass) {
@@ -144,6 +145,7 @@ void Subscriptions::start(Activation activation) {
                 log_("subscriptions: " + inst.path.className + " from " + options_.file + " not restored: " + r.message);
         }
     }
+    restoring_ = false;
     if (!kept.empty()) log_("subscriptions: " + std::to_string(restored) + " instance(s) restored from " + options_.file);
 }
 
@@ -350,7 +352,10 @@ Reply Subscriptions::createSubscription(InstanceV inst) {
     }
     if (sub->enabled) {
         Reply activated = activate(*filter, true);
-        if (!activated.ok()) {
+        // A kept subscription stays when its providers refuse it at start-up
+        // (the refusal is logged): a file is not emptied by a provider that
+        // failed to load.
+        if (!activated.ok() && !restoring_) {
             std::lock_guard lock(mutex_);
             subscriptions_.erase(key);
             rebuildRoutes();

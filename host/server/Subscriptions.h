@@ -116,6 +116,7 @@ private:
     mutable std::mutex routesMutex_;
     std::shared_ptr<const Routes> routes_;
     unsigned long long generated_ = 0;  // for generated names
+    bool restoring_ = false;            // start() is reading the file
 };
 
 }  // namespace cimserver
