@@ -381,7 +381,9 @@ void CimService::references(Call &c) const {
     std::string resultClass = c.optionalClass("ResultClass"), role = c.text("Role");
     c.ignoredFlags({"IncludeQualifiers", "IncludeClassOrigin"});
     auto props = c.propertyList();
-    Reply r = host_.references(path, resultClass, role, props ? &*props : nullptr);
+    Subscriptions *store = kept(c, path.className);
+    Reply r = store != nullptr ? store->references(path, resultClass, role)
+                               : host_.references(path, resultClass, role, props ? &*props : nullptr);
     check(r);
     writeObjects(c, r, false);
 }
@@ -389,7 +391,8 @@ void CimService::references(Call &c) const {
 void CimService::referenceNames(Call &c) const {
     ObjectPathV path = c.instance("ObjectName");
     std::string resultClass = c.optionalClass("ResultClass"), role = c.text("Role");
-    Reply r = host_.referenceNames(path, resultClass, role);
+    Subscriptions *store = kept(c, path.className);
+    Reply r = store != nullptr ? store->references(path, resultClass, role) : host_.referenceNames(path, resultClass, role);
     check(r);
     writeObjects(c, r, true);
 }

@@ -14,6 +14,8 @@
 //  - Intrinsic operations other than the eleven served answer NOT_SUPPORTED;
 //    CreateInstance and DeleteInstance are served for the subscription
 //    classes of the interop namespace only.
+//  - References and ReferenceNames of a filter or destination answer the
+//    subscriptions naming it.
 //  - The subscription classes are read and changed only by callers with
 //    read-write rights (level 5); others get CIM_ERR_ACCESS_DENIED.
 #pragma once

@@ -458,6 +458,21 @@ Reply Subscriptions::enumerate(const std::string &cls) const {
     return r;
 }
 
+Reply Subscriptions::references(const ObjectPathV &path, const std::string &resultClass, const std::string &role) const {
+    Reply r;
+    if (!resultClass.empty() && !catalog_.isA(kSubscriptionClass, resultClass)) return r;
+    const std::string key = keyOf(path);
+    std::lock_guard lock(mutex_);
+    for (const auto &[k, sub] : subscriptions_) {
+        const bool asFilter = sub->filter == key && (role.empty() || iequals(role, "Filter"));
+        const bool asHandler = sub->destination == key && (role.empty() || iequals(role, "Handler"));
+        if (!asFilter && !asHandler) continue;
+        r.instances.push_back(sub->instance);
+        r.paths.push_back(sub->instance.path);
+    }
+    return r;
+}
+
 // ---- routing --------------------------------------------------------------------
 
 void Subscriptions::rebuildRoutes() {

@@ -76,6 +76,10 @@ public:
     cimhost::Reply remove(const cimhost::ObjectPathV &path);
     cimhost::Reply get(const cimhost::ObjectPathV &path) const;
     cimhost::Reply enumerate(const std::string &cls) const;
+    // The subscriptions naming a filter or destination (role "Filter" or
+    // "Handler" narrows them): what a client asks before deleting one.
+    cimhost::Reply references(const cimhost::ObjectPathV &path, const std::string &resultClass,
+                              const std::string &role) const;
 
     // The host's indication sink: matches and queues, never blocks.
     void route(const std::string &ns, const cimhost::InstanceV &indication) const;

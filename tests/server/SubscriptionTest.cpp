@@ -106,6 +106,12 @@ TEST(Subscriptions, LifeOfASubscription) {
          "admin", R"(<INSTANCENAME CLASSNAME="CIM_ListenerDestinationCIMXML">)"},
         {"subscriptions", interopBody("EnumerateInstances", classParam("CIM_IndicationSubscription")), "admin",
          R"(<VALUE.NAMEDINSTANCE><INSTANCENAME CLASSNAME="CIM_IndicationSubscription">)"},
+        {"what names the filter", interopBody("ReferenceNames", R"(<IPARAMVALUE NAME="ObjectName">)" + filterName("calls") +
+                                  R"(</IPARAMVALUE><IPARAMVALUE NAME="ResultClass"><CLASSNAME NAME="CIM_IndicationSubscription"/></IPARAMVALUE>)"),
+         "admin", R"(<OBJECTPATH><INSTANCEPATH><NAMESPACEPATH><HOST>...<INSTANCENAME CLASSNAME="CIM_IndicationSubscription"><KEYBINDING NAME="Filter">)"},
+        {"what names the destination in the role of a filter", interopBody("References", R"(<IPARAMVALUE NAME="ObjectName">)" +
+                                  destinationName("here") + R"(</IPARAMVALUE><IPARAMVALUE NAME="Role"><VALUE>Filter</VALUE></IPARAMVALUE>)"),
+         "admin", "<IRETURNVALUE>\n</IRETURNVALUE>"},
         {"a filter in use", interopBody("DeleteInstance", instanceParam(filterName("calls"))), "admin",
          R"~(ERROR CODE="1" DESCRIPTION="the filter is named by 1 subscription\(s\)")~"},
         {"a destination in use", interopBody("DeleteInstance", instanceParam(destinationName("here"))), "admin",
