@@ -94,9 +94,10 @@ Reply HostCore::activateFilter(const CallContext &cc, const std::string &ns, con
     if (se == nullptr) return replyOf(parsed, "", "");
     ActiveFilter filter{ns, cls, query, 1, se, {}};
     if (!schema_.isA(se->query().fromClass, cls) && !schema_.isA(cls, se->query().fromClass)) {
+        Reply refused = Reply::error(CMPI_RC_ERR_INVALID_QUERY,
+                                     "the query selects from " + se->query().fromClass + ", not from " + cls);
         Runtime::dispose(se);
-        return Reply::error(CMPI_RC_ERR_INVALID_QUERY, "the query selects from " + se->query().fromClass +
-                                                           ", not from " + cls);
+        return refused;
     }
 
     std::vector<Binding *> targets;

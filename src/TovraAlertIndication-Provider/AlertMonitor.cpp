@@ -61,8 +61,15 @@ void addEventAlerts(const std::vector<EventInfo> &fresh, const HealthSnapshot *h
 }  // namespace
 
 AlertMonitor &AlertMonitor::instance() {
-    static AlertMonitor *monitor = new AlertMonitor;  // lives as long as the library
-    return *monitor;
+    static AlertMonitor monitor;  // goes with the library
+    return monitor;
+}
+
+// A CIMOM calls cleanup before it unloads the library; a thread still
+// running at unload or exit is stopped here all the same.
+AlertMonitor::~AlertMonitor() {
+    std::lock_guard lock(control_);
+    if (thread_.joinable()) stop();
 }
 
 std::chrono::milliseconds AlertMonitor::interval() {
@@ -126,8 +133,6 @@ void AlertMonitor::reconcile(const CMPIContext *ctx) {
     if (!wanted && thread_.joinable()) stop();
 }
 
-// The readings the thread compares with are taken here, in the request, so
-// that whatever changes after the call returns is reported.
 void AlertMonitor::start(const CMPIContext *ctx) {
     CMPIContext *threadContext = CBPrepareAttachThread(broker_, ctx);
     if (threadContext == nullptr) {
@@ -135,9 +140,6 @@ void AlertMonitor::start(const CMPIContext *ctx) {
         return;
     }
     watch_ = Watch{};
-    std::vector<Alert> none;
-    std::string systemName;
-    round(watch_, none, systemName);
     {
         std::lock_guard lock(wakeMutex_);
         stopping_ = false;
@@ -145,6 +147,11 @@ void AlertMonitor::start(const CMPIContext *ctx) {
     thread_ = std::thread([this, threadContext, broker = broker_, ns = nameSpace_, every = interval()] {
         run(broker, ns, threadContext, every);
     });
+}
+
+bool AlertMonitor::stopAsked() {
+    std::lock_guard lock(wakeMutex_);
+    return stopping_;
 }
 
 void AlertMonitor::stop() {
@@ -159,16 +166,21 @@ void AlertMonitor::stop() {
 void AlertMonitor::run(const CMPIBroker *broker, const std::string &ns, CMPIContext *threadContext,
                        std::chrono::milliseconds every) {
     CBAttachThread(broker, threadContext);
-    for (;;) {
-        {
+    // The first round reads what the adapter shows now: it raises nothing.
+    for (bool first = true;; first = false) {
+        if (!first) {
             std::unique_lock lock(wakeMutex_);
             if (wake_.wait_for(lock, every, [this] { return stopping_; })) break;
         }
         std::vector<Alert> alerts;
         std::string systemName;
         round(watch_, alerts, systemName);
-        // Delivered holding no lock of this provider.
-        for (const Alert &a : alerts) deliverAlert(broker, threadContext, ns, systemName, a);
+        // Delivered holding no lock of this provider; a stop asked for
+        // meanwhile (the last filter went) ends the deliveries.
+        for (const Alert &a : alerts) {
+            if (stopAsked()) break;
+            deliverAlert(broker, threadContext, ns, systemName, a);
+        }
     }
     CBDetachThread(broker, threadContext);
 }

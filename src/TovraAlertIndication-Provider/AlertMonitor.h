@@ -23,6 +23,9 @@ namespace tovra::alerts {
 class AlertMonitor {
 public:
     static AlertMonitor &instance();
+    ~AlertMonitor();
+    AlertMonitor(const AlertMonitor &) = delete;
+    AlertMonitor &operator=(const AlertMonitor &) = delete;
 
     void setBroker(const CMPIBroker *broker);
     CMPIStatus activate(const CMPIContext *ctx, const CMPISelectExp *filter, const CMPIObjectPath *classPath);
@@ -43,11 +46,12 @@ private:
     void reconcile(const CMPIContext *ctx);
     void start(const CMPIContext *ctx);
     void stop();
+    bool stopAsked();
     void run(const CMPIBroker *broker, const std::string &ns, CMPIContext *threadContext,
              std::chrono::milliseconds every);
 
-    // Everything the thread reads between rounds; touched by the thread only
-    // while it runs, and by start before it does.
+    // What the thread knows between rounds; touched by the thread only while
+    // it runs, and reset by start before it does.
     struct Watch {
         bool healthKnown = false;
         KnownConditions known;

@@ -199,7 +199,9 @@ TEST_F(Watcher, FaultsSkipRoundsWithoutLosingOrRepeatingAlerts) {
     for (const char *fault : faults) {
         SCOPED_TRACE(fault);
         SetUp();
+        const unsigned first = sim::exchanges(kPoll);
         ASSERT_TRUE(host->activateFilter(kNs, kClass, query(1)).ok());
+        ASSERT_TRUE(eventually([&] { return sim::exchanges(kPoll) >= first + 2; })) << "the first rounds";
         sim::addFaults(fault);
         sim::runControl({"fail-disk", "2", "4"});
         ASSERT_TRUE(eventually([&] { return received() >= 2; })) << received();
