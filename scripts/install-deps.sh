@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(g++ cmake ninja-build pkg-config libgtest-dev libgmock-dev libbenchmark-dev
           nlohmann-json3-dev libcli11-dev zlib1g-dev
-          libmicrohttpd-dev libxml2-dev libssl-dev libcrypt-dev sblim-wbemcli curl openssl
+          libmicrohttpd-dev libxml2-dev libssl-dev libcrypt-dev libcurl4-openssl-dev sblim-wbemcli curl openssl
           prometheus python3)
 
 missing=()

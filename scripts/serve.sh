@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds the provider library and tovra-cimd, then serves CIM-XML on loopback
+# Builds the provider library, tovra-cimd, and the listener (tovra-cim) and
+# simulator control command (tovra-sim) that show alerts, then serves CIM-XML on loopback
 # with the simulated adapter preloaded, until Ctrl-C or SIGTERM: HTTP on
 # $TOVRA_PORT (default 5988) and HTTPS on $TOVRA_HTTPS_PORT (default 5989).
 # Users come from $TOVRA_USERS (name:crypt-hash:level lines); without it a
@@ -11,7 +12,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build build -j "$(nproc)" --target TovraProviders tovrasim tovra-cimd
+cmake --build build -j "$(nproc)" --target TovraProviders tovrasim tovra-cimd tovra-cim tovra-sim
 users=${TOVRA_USERS:-build/serve-users}
 if [ ! -e "$users" ]; then
   echo "admin:$(echo secret | build/host/server/tovra-cimd --hash-password):5" > "$users"

@@ -10,6 +10,7 @@
 #include "Host.h"
 #include "Installation.h"
 #include "Inventory.h"
+#include "Listen.h"
 #include "SimulatorLaunch.h"
 #include "TypedArgs.h"
 #include "Tree.h"
@@ -196,6 +197,24 @@ int main(int argc, char **argv) {
             ->expected(0, 1)
             ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
 
+    cli::ListenOptions listenOptions;
+    CLI::App *listen = app.add_subcommand(
+        "listen", "a CIM-XML listener: prints each indication exported to it (--json: one JSON document per line)");
+    listen->add_option("--port", listenOptions.port, "port to listen on; 0 picks a free one (printed on standard error)")
+        ->required()->check(CLI::Range(0, 65535));
+    listen->add_option("--listen", listenOptions.address, "address to listen on")->capture_default_str();
+    listen->add_option("--count", listenOptions.count, "stop after this many indications")->check(CLI::Range(1LL, 1LL << 62));
+    listen->add_option("--max-body", listenOptions.maxBody, "largest request body in bytes")->capture_default_str()
+        ->check(CLI::Range(1024, 1 << 30));
+    listen->add_option("--request-timeout", listenOptions.requestTimeout, "seconds for a whole request to arrive")
+        ->capture_default_str()->check(CLI::Range(0.05, 3600.0));
+    listen->add_option("--idle-timeout", listenOptions.idleTimeout, "seconds a connection may stay silent")
+        ->capture_default_str()->check(CLI::Range(1, 3600));
+    listen->add_option("--max-connections", listenOptions.maxConnections, "open connections in total")
+        ->capture_default_str()->check(CLI::Range(1, 10000));
+    listen->add_option("--max-connections-per-address", listenOptions.maxConnectionsPerAddress,
+                       "open connections from one address")->capture_default_str()->check(CLI::Range(1, 10000));
+
     Request r;
     CLI::App *classes = app.add_subcommand("classes", "the classes served: class, namespace, provider, kinds");
     CLI::App *inventory = app.add_subcommand(
@@ -241,6 +260,11 @@ int main(int argc, char **argv) {
     } catch (const CLI::ParseError &e) {
         // --help is no error; a monitoring check's usage error is UNKNOWN.
         return app.exit(e) == 0 ? 0 : health->parsed() ? 3 : 2;
+    }
+
+    if (*listen) {
+        listenOptions.json = json;
+        return cli::listen(listenOptions, std::cout, std::cerr);
     }
 
     // What stops the command before it runs: for the monitoring check an

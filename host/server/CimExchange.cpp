@@ -46,7 +46,11 @@ Reply serveCim(const CimContext &context, const RequestHead &head, const std::st
         as.emplace(principal);
     else
         as.emplace(std::string(), cimhost::HostOptions::PrincipalEntry::NullText);
-    Outcome outcome = context.service.run(cim);
+    unsigned level = 0;
+    if (context.users != nullptr)
+        for (const User &u : context.users->all())
+            if (u.name == principal) level = u.level;
+    Outcome outcome = context.service.run(cim, level);
     notes.className = outcome.className;
     notes.cimStatus = std::to_string(outcome.code);
     notes.operationLabel = outcome.operationLabel;

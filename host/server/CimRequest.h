@@ -17,11 +17,12 @@ namespace cimserver {
 // A parameter value before it is typed: typing needs the operation (intrinsic
 // parameters) or the method's declaration (untyped method parameters).
 struct RawValue {
-    enum class Kind { Null, Text, Array, ClassName, InstanceName, Reference, Other };
+    enum class Kind { Null, Text, Array, ClassName, InstanceName, Reference, Instance, Other };
     Kind kind = Kind::Null;
     std::string text;                               // Text; ClassName
     std::vector<std::optional<std::string>> items;  // Array; nullopt is VALUE.NULL
     cimhost::ObjectPathV path;                      // InstanceName; Reference
+    cimhost::InstanceV instance;                    // Instance: properties typed as the TYPE attributes say
 };
 
 struct NamedParam {
@@ -69,6 +70,21 @@ struct DecodeLimits {
 using DecodeResult = std::variant<CimRequest, RequestError>;
 
 DecodeResult decodeRequest(std::string_view body, const DecodeLimits &limits = {});
+
+// An export request (a CIM listener's side): EXPMETHODCALL and its
+// EXPPARAMVALUEs; instances among them are read as in an operation request.
+struct ExportRequest {
+    std::string messageId;
+    std::string protocolVersion;  // MESSAGE PROTOCOLVERSION
+    std::string method;           // EXPMETHODCALL NAME
+    std::vector<NamedParam> params;
+
+    const NamedParam *param(std::string_view name) const;
+};
+
+using ExportDecodeResult = std::variant<ExportRequest, RequestError>;
+
+ExportDecodeResult decodeExportRequest(std::string_view body, const DecodeLimits &limits = {});
 
 int httpStatusOf(RequestError::Kind kind);
 const char *cimErrorHeaderOf(RequestError::Kind kind);

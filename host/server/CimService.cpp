@@ -52,6 +52,7 @@ std::string_view standardDescription(int code) {
 // and the IRETURNVALUE content written so far.
 struct CimService::Call {
     const CimRequest &request;
+    unsigned level;
     std::string out;
     std::string className;
 
@@ -114,8 +115,8 @@ struct CimService::Call {
     }
 };
 
-CimService::CimService(Host &host, const ClassCatalog &catalog, std::string hostName)
-    : host_(host), catalog_(catalog), hostName_(std::move(hostName)) {}
+CimService::CimService(Host &host, const ClassCatalog &catalog, std::string hostName, Subscriptions *subscriptions)
+    : host_(host), catalog_(catalog), hostName_(std::move(hostName)), subscriptions_(subscriptions) {}
 
 const std::vector<CimService::Intrinsic> &CimService::intrinsics() {
     static const std::vector<Intrinsic> table = {
@@ -137,14 +138,16 @@ const std::vector<CimService::Intrinsic> &CimService::intrinsics() {
         {"References", &CimService::references,
          {"ObjectName", "ResultClass", "Role", "IncludeQualifiers", "IncludeClassOrigin", "PropertyList"}},
         {"ReferenceNames", &CimService::referenceNames, {"ObjectName", "ResultClass", "Role"}},
+        {"CreateInstance", &CimService::createInstance, {"NewInstance"}},
+        {"DeleteInstance", &CimService::deleteInstance, {"InstanceName"}},
     };
     return table;
 }
 
-Outcome CimService::run(const CimRequest &request) const {
+Outcome CimService::run(const CimRequest &request, unsigned level) const {
     // The envelope is written first and the result straight after it, so a
     // large answer is never copied; a failure cuts back to the envelope.
-    Call c{request, {}, {}};
+    Call c{request, level, {}, {}};
     XmlWriter w(c.out);
     c.out += "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n<CIM CIMVERSION=\"2.0\" DTDVERSION=\"2.0\">\n";
     w.openWith("MESSAGE", {{"ID", request.messageId}, {"PROTOCOLVERSION", "1.0"}});
@@ -275,11 +278,19 @@ void CimService::writeInstance(std::string &out, const InstanceV &inst, const st
     w.instance(narrow, &narrowed);
 }
 
+Subscriptions *CimService::kept(const Call &c, const std::string &cls) const {
+    if (subscriptions_ == nullptr || !subscriptions_->serves(c.request.nameSpace, cls)) return nullptr;
+    if (c.level < kReadWrite)
+        fail(CMPI_RC_ERR_ACCESS_DENIED, "subscriptions need read-write rights (level " + std::to_string(kReadWrite) + ")");
+    return subscriptions_;
+}
+
 void CimService::getInstance(Call &c) const {
     ObjectPathV path = c.instance("InstanceName");
     c.ignoredFlags({"LocalOnly", "IncludeQualifiers", "IncludeClassOrigin"});
     auto props = c.propertyList();
-    Reply r = host_.getInstance(path, props ? &*props : nullptr);
+    Subscriptions *store = kept(c, path.className);
+    Reply r = store != nullptr ? store->get(path) : host_.getInstance(path, props ? &*props : nullptr);
     check(r);
     if (r.instances.empty()) fail(CMPI_RC_ERR_NOT_FOUND, "");
     writeInstance(c.out, r.instances.front(), r.instances.front().path.className, props);
@@ -290,7 +301,9 @@ void CimService::enumerateInstances(Call &c) const {
     bool deep = c.flag("DeepInheritance", true);
     c.ignoredFlags({"LocalOnly", "IncludeQualifiers", "IncludeClassOrigin"});
     auto props = c.propertyList();
-    Reply r = host_.enumerateInstances(c.request.nameSpace, cls, props ? &*props : nullptr);
+    Subscriptions *store = kept(c, cls);
+    Reply r = store != nullptr ? store->enumerate(cls)
+                               : host_.enumerateInstances(c.request.nameSpace, cls, props ? &*props : nullptr);
     check(r);
     XmlWriter w(c.out);
     c.out.reserve(c.out.size() + r.instances.size() * 8192);
@@ -304,10 +317,30 @@ void CimService::enumerateInstances(Call &c) const {
 
 void CimService::enumerateInstanceNames(Call &c) const {
     std::string cls = c.requiredClass("ClassName");
-    Reply r = host_.enumerateInstanceNames(c.request.nameSpace, cls);
+    Subscriptions *store = kept(c, cls);
+    Reply r = store != nullptr ? store->enumerate(cls) : host_.enumerateInstanceNames(c.request.nameSpace, cls);
     check(r);
     XmlWriter w(c.out);
     for (const ObjectPathV &p : r.paths) w.instanceName(p);
+}
+
+void CimService::createInstance(Call &c) const {
+    const RawValue *v = c.raw("NewInstance");
+    if (v == nullptr || v->kind != RawValue::Kind::Instance)
+        fail(CMPI_RC_ERR_INVALID_PARAMETER, "NewInstance must be an INSTANCE");
+    c.className = v->instance.path.className;
+    Subscriptions *store = kept(c, c.className);
+    if (store == nullptr) fail(CMPI_RC_ERR_NOT_SUPPORTED, "CreateInstance is not supported for " + c.className);
+    Reply r = store->create(v->instance);
+    check(r);
+    XmlWriter(c.out).instanceName(r.paths.front());
+}
+
+void CimService::deleteInstance(Call &c) const {
+    ObjectPathV path = c.instance("InstanceName");
+    Subscriptions *store = kept(c, path.className);
+    if (store == nullptr) fail(CMPI_RC_ERR_NOT_SUPPORTED, "DeleteInstance is not supported for " + path.className);
+    check(store->remove(path));
 }
 
 // ---- associations -----------------------------------------------------------
@@ -358,7 +391,9 @@ void CimService::references(Call &c) const {
     std::string resultClass = c.optionalClass("ResultClass"), role = c.text("Role");
     c.ignoredFlags({"IncludeQualifiers", "IncludeClassOrigin"});
     auto props = c.propertyList();
-    Reply r = host_.references(path, resultClass, role, props ? &*props : nullptr);
+    Subscriptions *store = kept(c, path.className);
+    Reply r = store != nullptr ? store->references(path, resultClass, role)
+                               : host_.references(path, resultClass, role, props ? &*props : nullptr);
     check(r);
     writeObjects(c, r, false);
 }
@@ -366,7 +401,8 @@ void CimService::references(Call &c) const {
 void CimService::referenceNames(Call &c) const {
     ObjectPathV path = c.instance("ObjectName");
     std::string resultClass = c.optionalClass("ResultClass"), role = c.text("Role");
-    Reply r = host_.referenceNames(path, resultClass, role);
+    Subscriptions *store = kept(c, path.className);
+    Reply r = store != nullptr ? store->references(path, resultClass, role) : host_.referenceNames(path, resultClass, role);
     check(r);
     writeObjects(c, r, true);
 }
@@ -416,6 +452,7 @@ Value argument(const NamedParam &p, const std::string &ns) {
             path.className = v.text;
             return Value::ref(std::move(path));
         }
+        case RawValue::Kind::Instance: return Value::instance(v.instance);
         case RawValue::Kind::Other: break;
     }
     fail(CMPI_RC_ERR_INVALID_PARAMETER, "parameter " + p.name + " holds a value this server does not take");

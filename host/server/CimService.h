@@ -11,12 +11,19 @@
 //    properties of the class that was asked for.
 //  - GetInstance that the provider answers with no instance is NOT_FOUND.
 //  - Association requests on a class (not an instance) are NOT_SUPPORTED.
-//  - Intrinsic operations other than the eleven served answer NOT_SUPPORTED.
+//  - Intrinsic operations other than the eleven served answer NOT_SUPPORTED;
+//    CreateInstance and DeleteInstance are served for the subscription
+//    classes of the interop namespace only.
+//  - References and ReferenceNames of a filter or destination answer the
+//    subscriptions naming it.
+//  - The subscription classes are read and changed only by callers with
+//    read-write rights (level 5); others get CIM_ERR_ACCESS_DENIED.
 #pragma once
 
 #include "CimRequest.h"
 #include "ClassCatalog.h"
 #include "Host.h"
+#include "Subscriptions.h"
 
 #include <string>
 
@@ -32,10 +39,16 @@ struct Outcome {
 
 class CimService {
 public:
-    CimService(cimhost::Host &host, const ClassCatalog &catalog, std::string hostName);
+    // subscriptions may be null: the interop classes then go to the host.
+    CimService(cimhost::Host &host, const ClassCatalog &catalog, std::string hostName,
+               Subscriptions *subscriptions = nullptr);
 
-    // Runs on the calling thread with whatever principal the caller set.
-    Outcome run(const CimRequest &request) const;
+    // The permission level that may read and change subscriptions.
+    static constexpr unsigned kReadWrite = 5;
+
+    // Runs on the calling thread with whatever principal the caller set;
+    // level is the caller's permission level.
+    Outcome run(const CimRequest &request, unsigned level = 0) const;
 
     cimhost::Host &host() const { return host_; }
 
@@ -60,6 +73,11 @@ private:
     void references(Call &c) const;
     void referenceNames(Call &c) const;
     void invokeMethod(Call &c) const;
+    void createInstance(Call &c) const;
+    void deleteInstance(Call &c) const;
+    // The subscription store when it keeps the class (after the caller's
+    // rights are checked); null when the host serves the class.
+    Subscriptions *kept(const Call &c, const std::string &cls) const;
 
     void writeInstance(std::string &out, const cimhost::InstanceV &inst, const std::string &shapeClass,
                        const std::optional<std::vector<std::string>> &propertyList) const;
@@ -68,6 +86,7 @@ private:
     cimhost::Host &host_;
     const ClassCatalog &catalog_;
     std::string hostName_;
+    Subscriptions *subscriptions_;
 };
 
 // Default descriptions of the standard status codes 1 to 17 (empty for others).

@@ -131,6 +131,41 @@ std::vector<const ClassDecl *> ClassCatalog::subclasses(std::string_view ns, std
     return out;
 }
 
+std::vector<std::string> ClassCatalog::namespacesOf(std::string_view cls) const {
+    std::vector<std::string> out;
+    const ClassDecl *decl = repo_.find(cls);
+    if (decl == nullptr) return out;
+    for (const auto &[ns, names] : visible_)
+        if (names.count(lowerCase(cls)) != 0) {
+            // The namespace's own spelling, from a class compiled into it.
+            std::string spelled = ns;
+            for (const std::string &name : repo_.classNames())
+                if (const ClassDecl *c = repo_.find(name); iequals(c->nameSpace, ns)) {
+                    spelled = c->nameSpace;
+                    break;
+                }
+            out.push_back(spelled);
+        }
+    return out;
+}
+
+bool ClassCatalog::isIndication(std::string_view cls) const {
+    if (repo_.find(cls) == nullptr) return false;
+    if (repo_.isA(cls, "CIM_Indication")) return true;
+    for (const ClassDecl *c : ancestry(cls))
+        for (const Qualifier &q : c->qualifiers)
+            if (iequals(q.name, "Indication") && !iequals(q.value, "false")) return true;
+    return false;
+}
+
+std::optional<CMPIType> ClassCatalog::propertyType(std::string_view cls, std::string_view property) const {
+    const PropertyShape *s = shape(cls);
+    if (s == nullptr) return std::nullopt;
+    auto it = s->index.find(std::string(property));
+    if (it == s->index.end()) return std::nullopt;
+    return s->props[it->second].second;
+}
+
 const PropertyShape *ClassCatalog::shape(std::string_view cls) const {
     auto it = shapes_.find(cls);
     return it == shapes_.end() ? nullptr : &it->second;

@@ -37,6 +37,15 @@ public:
     // A CLASS element.
     void appendClass(std::string &out, const cimhost::ClassDecl &cls, const ClassQuery &query) const;
 
+    bool isA(std::string_view cls, std::string_view ancestor) const { return repo_.isA(cls, ancestor); }
+    // The namespaces that show the class.
+    std::vector<std::string> namespacesOf(std::string_view cls) const;
+    // An indication class: it or an ancestor carries the Indication qualifier,
+    // or it derives from CIM_Indication.
+    bool isIndication(std::string_view cls) const;
+    // The CMPI type of a property of the class (inherited ones included).
+    std::optional<CMPIType> propertyType(std::string_view cls, std::string_view property) const;
+
     // Every property of a class with its CMPI type, in declaration order
     // (inherited first): the shape instances are written in.
     const PropertyShape *shape(std::string_view cls) const;

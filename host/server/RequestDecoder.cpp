@@ -18,11 +18,18 @@ namespace cimserver {
 using cimhost::ObjectPathV;
 using cimhost::Value;
 
-const NamedParam *CimRequest::param(std::string_view name) const {
+namespace {
+
+const NamedParam *named(const std::vector<NamedParam> &params, std::string_view name) {
     for (const NamedParam &p : params)
         if (cimhost::iequals(p.name, name)) return &p;
     return nullptr;
 }
+
+}  // namespace
+
+const NamedParam *CimRequest::param(std::string_view name) const { return named(params, name); }
+const NamedParam *ExportRequest::param(std::string_view name) const { return named(params, name); }
 
 int httpStatusOf(RequestError::Kind kind) {
     switch (kind) {
@@ -323,7 +330,97 @@ ObjectPathV valueReference(const Element &e) {
     invalid("VALUE.REFERENCE holds " + std::string(ref.name()));
 }
 
-RawValue rawValue(const Element &param) {
+// Embedded instances hold instances in turn; deeper than this is refused.
+constexpr int kMaxEmbedding = 3;
+
+cimhost::InstanceV instance(const Element &e, const DecodeLimits &limits, int embedding);
+
+CMPIType propertyType(const Element &p) {
+    auto type = p.attr("TYPE");
+    if (!type || type->empty()) invalid(std::string(p.name()) + " lacks TYPE");
+    auto cimType = cimhost::cimTypeFromName(*type);
+    if (!cimType || *cimType == cimhost::CimType::Reference) invalid("unknown TYPE " + *type);
+    return cimhost::cmpiTypeOf(*cimType, false);
+}
+
+bool embedded(const Element &p) {
+    auto v = p.attr("EMBEDDEDOBJECT");
+    if (!v) v = p.attr("EmbeddedObject");
+    return v && (*v == "instance" || *v == "object");
+}
+
+// A VALUE's text as a value of the property's type; an embedded instance is
+// XML text in turn.
+Value scalar(const std::string &text, CMPIType type, bool isEmbedded, const std::string &what,
+             const DecodeLimits &limits, int embedding) {
+    if (isEmbedded && type == CMPI_string) {
+        if (embedding >= kMaxEmbedding) invalid("instances embedded too deeply in " + what);
+        DocPtr doc = parse(text, limits);
+        xmlNodePtr root = xmlDocGetRootElement(doc.get());
+        if (root == nullptr) invalid(what + " holds no embedded instance");
+        Element inner(root, limits);
+        if (!inner.is("INSTANCE")) invalid(what + " holds an embedded " + std::string(inner.name()) + ", not an INSTANCE");
+        return Value::instance(instance(inner, limits, embedding + 1));
+    }
+    auto v = Value::parse(type, text);
+    if (!v) invalid(what + ": '" + text.substr(0, 64) + "' is not a " + cimhost::typeName(type));
+    return *v;
+}
+
+cimhost::InstanceV instance(const Element &e, const DecodeLimits &limits, int embedding) {
+    cimhost::InstanceV inst;
+    inst.path.className = e.nameAttr("CLASSNAME");
+    for (const Element &p : e.children()) {
+        if (p.is("QUALIFIER")) continue;
+        const std::string name = p.nameAttr();
+        const std::string what = "property " + name;
+        if (cimhost::findNamed(inst.properties, name) != nullptr) invalid(what + " given twice");
+        std::vector<Element> values;
+        for (const Element &k : p.children())
+            if (!k.is("QUALIFIER")) values.push_back(k);
+        if (values.size() > 1) invalid(what + " holds more than one value");
+        if (p.is("PROPERTY.REFERENCE")) {
+            if (values.empty()) {
+                inst.properties.emplace_back(name, Value::null(CMPI_ref));
+            } else {
+                if (!values[0].is("VALUE.REFERENCE")) invalid(what + " holds " + std::string(values[0].name()));
+                inst.properties.emplace_back(name, Value::ref(valueReference(values[0])));
+            }
+            continue;
+        }
+        if (!p.is("PROPERTY") && !p.is("PROPERTY.ARRAY")) invalid("INSTANCE holds " + std::string(p.name()));
+        const CMPIType type = propertyType(p);
+        const bool isEmbedded = embedded(p);
+        if (p.is("PROPERTY")) {
+            if (values.empty()) {
+                inst.properties.emplace_back(name, Value::null(type));
+            } else {
+                if (!values[0].is("VALUE")) invalid(what + " holds " + std::string(values[0].name()));
+                inst.properties.emplace_back(name, scalar(values[0].text(), type, isEmbedded, what, limits, embedding));
+            }
+            continue;
+        }
+        if (values.empty()) {
+            inst.properties.emplace_back(name, Value::null(static_cast<CMPIType>(type | CMPI_ARRAY)));
+            continue;
+        }
+        if (!values[0].is("VALUE.ARRAY")) invalid(what + " holds " + std::string(values[0].name()));
+        Value::Array items;
+        for (const Element &item : values[0].children()) {
+            if (item.is("VALUE"))
+                items.push_back(scalar(item.text(), type, isEmbedded, what, limits, embedding));
+            else if (item.is("VALUE.NULL"))
+                items.push_back(Value::null(type));
+            else
+                invalid("VALUE.ARRAY holds " + std::string(item.name()));
+        }
+        const CMPIType element = isEmbedded && type == CMPI_string ? CMPIType(CMPI_instance) : type;
+        inst.properties.emplace_back(name, Value::array(element, std::move(items)));
+    }
+    return inst;
+}
+
+RawValue rawValue(const Element &param, const DecodeLimits &limits) {
     RawValue v;
     auto kids = param.children();
     if (kids.empty()) return v;
@@ -351,6 +448,9 @@ RawValue rawValue(const Element &param) {
     } else if (e.is("VALUE.REFERENCE")) {
         v.kind = RawValue::Kind::Reference;
         v.path = valueReference(e);
+    } else if (e.is("INSTANCE")) {
+        v.kind = RawValue::Kind::Instance;
+        v.instance = instance(e, limits, 0);
     } else {
         v.kind = RawValue::Kind::Other;  // instances, classes, reference arrays: no operation here takes them
     }
@@ -361,7 +461,7 @@ bool majorIs(const std::optional<std::string> &version, char major) {
     return version && !version->empty() && (*version)[0] == major && (version->size() == 1 || (*version)[1] == '.');
 }
 
-CimRequest call(const Element &e) {
+CimRequest call(const Element &e, const DecodeLimits &limits) {
     CimRequest r;
     r.method = e.nameAttr();
     auto kids = e.children();
@@ -383,14 +483,16 @@ CimRequest call(const Element &e) {
         NamedParam p;
         p.name = kids[i].nameAttr();
         if (!r.intrinsic) p.paramType = kids[i].attr("PARAMTYPE").value_or("");
-        p.value = rawValue(kids[i]);
+        p.value = rawValue(kids[i], limits);
         if (r.param(p.name) != nullptr) invalid("parameter " + p.name + " given twice");
         r.params.push_back(std::move(p));
     }
     return r;
 }
 
-CimRequest message(xmlDocPtr doc, const DecodeLimits &limits) {
+// The envelope: CIM and MESSAGE with their versions checked; returns the
+// MESSAGE element's one child.
+Element envelope(xmlDocPtr doc, const DecodeLimits &limits, std::string &id, std::string &protocolVersion) {
     xmlNodePtr rootNode = xmlDocGetRootElement(doc);
     if (rootNode == nullptr) invalid("no root element");
     Element root(rootNode, limits);
@@ -400,19 +502,46 @@ CimRequest message(xmlDocPtr doc, const DecodeLimits &limits) {
     if (!majorIs(root.attr("DTDVERSION"), '2'))
         invalid("DTDVERSION not supported", RequestError::Kind::UnsupportedDtdVersion);
     Element msg = root.only("MESSAGE");
-    auto id = msg.attr("ID");
-    if (!id || id->size() > limits.maxNameBytes) invalid("MESSAGE lacks a usable ID");
-    if (!majorIs(msg.attr("PROTOCOLVERSION"), '1'))
+    auto messageId = msg.attr("ID");
+    if (!messageId || messageId->size() > limits.maxNameBytes) invalid("MESSAGE lacks a usable ID");
+    auto version = msg.attr("PROTOCOLVERSION");
+    if (!majorIs(version, '1'))
         invalid("PROTOCOLVERSION not supported", RequestError::Kind::UnsupportedProtocolVersion);
     auto kids = msg.children();
     if (kids.size() != 1) invalid("MESSAGE must hold one request");
-    if (kids[0].is("MULTIREQ")) invalid("MULTIREQ", RequestError::Kind::MultipleRequests);
-    if (!kids[0].is("SIMPLEREQ")) invalid("MESSAGE holds " + std::string(kids[0].name()));
-    auto calls = kids[0].children();
+    if (kids[0].is("MULTIREQ") || kids[0].is("MULTIEXPREQ"))
+        invalid(std::string(kids[0].name()), RequestError::Kind::MultipleRequests);
+    id = *messageId;
+    protocolVersion = *version;
+    return kids[0];
+}
+
+CimRequest message(xmlDocPtr doc, const DecodeLimits &limits) {
+    std::string id, version;
+    Element request = envelope(doc, limits, id, version);
+    if (!request.is("SIMPLEREQ")) invalid("MESSAGE holds " + std::string(request.name()));
+    auto calls = request.children();
     if (calls.size() != 1 || !(calls[0].is("IMETHODCALL") || calls[0].is("METHODCALL")))
         invalid("SIMPLEREQ must hold one IMETHODCALL or METHODCALL");
-    CimRequest r = call(calls[0]);
-    r.messageId = *id;
+    CimRequest r = call(calls[0], limits);
+    r.messageId = id;
+    return r;
+}
+
+ExportRequest exportMessage(xmlDocPtr doc, const DecodeLimits &limits) {
+    ExportRequest r;
+    Element request = envelope(doc, limits, r.messageId, r.protocolVersion);
+    if (!request.is("SIMPLEEXPREQ")) invalid("MESSAGE holds " + std::string(request.name()));
+    Element call = request.only("EXPMETHODCALL");
+    r.method = call.nameAttr();
+    for (const Element &p : call.children()) {
+        if (!p.is("EXPPARAMVALUE")) invalid("EXPMETHODCALL holds " + std::string(p.name()));
+        NamedParam param;
+        param.name = p.nameAttr();
+        param.value = rawValue(p, limits);
+        if (named(r.params, param.name) != nullptr) invalid("parameter " + param.name + " given twice");
+        r.params.push_back(std::move(param));
+    }
     return r;
 }
 
@@ -422,6 +551,15 @@ DecodeResult decodeRequest(std::string_view body, const DecodeLimits &limits) {
     try {
         DocPtr doc = parse(body, limits);
         return message(doc.get(), limits);
+    } catch (const Invalid &e) {
+        return RequestError{e.kind, e.detail};
+    }
+}
+
+ExportDecodeResult decodeExportRequest(std::string_view body, const DecodeLimits &limits) {
+    try {
+        DocPtr doc = parse(body, limits);
+        return exportMessage(doc.get(), limits);
     } catch (const Invalid &e) {
         return RequestError{e.kind, e.detail};
     }

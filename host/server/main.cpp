@@ -5,7 +5,9 @@
 #include "ClassCatalog.h"
 #include "CimService.h"
 #include "Host.h"
+#include "Delivery.h"
 #include "HttpServer.h"
+#include "Subscriptions.h"
 #include "Users.h"
 
 #include <CLI/CLI.hpp>
@@ -50,6 +52,8 @@ int main(int argc, char **argv) {
     std::string usersFile;
     UsersPolicy usersPolicy;
     bool noAuth = false, useSyslog = false, hashOnly = false;
+    SubscriptionOptions subscriptionOptions;
+    DeliveryOptions deliveryOptions;
     app.add_option("--mof", hostOptions.mofPaths, "MOF file or directory")->required(false);
     app.add_option("--registration", hostOptions.registrationFile, "provider registration file");
     app.add_option("--provider-dir", hostOptions.providerDirs, "where provider libraries are found");
@@ -93,6 +97,23 @@ int main(int argc, char **argv) {
     app.add_option("--users", usersFile, "users file: name:crypt-hash:level lines");
     app.add_flag("--allow-weak-hashes", usersPolicy.allowWeakHashes,
                  "accept users-file hash kinds weaker than yescrypt (SHA-512, bcrypt, MD5)");
+    app.add_option("--subscriptions", subscriptionOptions.file,
+                   "file the indication subscriptions are kept in (default: the users file's path + "
+                   "\".subscriptions\"; none with --no-auth)");
+    app.add_option("--allow-destination", subscriptionOptions.allowedDestinations,
+                   "address, network (a.b.c.d/n) or host name listener destinations may name besides loopback "
+                   "(repeatable)")->take_all()->expected(1);
+    app.add_option("--delivery-queue", deliveryOptions.queue, "indications waiting per listener (beyond: dropped, counted)")
+        ->capture_default_str()->check(CLI::Range(1, 1000000));
+    app.add_option("--delivery-retries", deliveryOptions.retries, "attempts after a failed delivery before it is dropped")
+        ->capture_default_str()->check(CLI::Range(0, 1000));
+    app.add_option("--delivery-retry-interval", deliveryOptions.retryInterval,
+                   "seconds before the first retry, doubled for each further one")->capture_default_str()
+        ->check(CLI::Range(0.01, 86400.0));
+    app.add_option("--delivery-max-retry-interval", deliveryOptions.maxRetryInterval, "longest wait between retries, seconds")
+        ->capture_default_str()->check(CLI::Range(0.01, 86400.0));
+    app.add_option("--delivery-timeout", deliveryOptions.timeout, "seconds one export request may take")
+        ->capture_default_str()->check(CLI::Range(0.05, 3600.0));
     app.add_flag("--no-auth", noAuth, "serve without authentication (methods are then refused)");
     app.add_flag("--metrics-no-auth", serverOptions.metricsNoAuth, "serve GET /metrics without authentication");
     app.add_flag("--syslog", useSyslog, "log requests to syslog instead of standard error");
@@ -134,11 +155,22 @@ int main(int argc, char **argv) {
         std::optional<Users> users;
         if (!noAuth) users.emplace(Users::load(usersFile, usersPolicy));
         serverOptions.authenticate = !noAuth;
+        if (subscriptionOptions.file.empty() && !noAuth) subscriptionOptions.file = usersFile + ".subscriptions";
+        // Delivery and the subscriptions outlive the host, whose providers
+        // report indications to them until it is gone.
+        Delivery delivery(deliveryOptions, log);
+        ClassCatalog catalog(hostOptions.mofPaths);
+        Subscriptions subscriptions(catalog, machineName(), subscriptionOptions, delivery, log);
+        hostOptions.indicationSink = [&subscriptions](const std::string &ns, const cimhost::InstanceV &indication) {
+            subscriptions.route(ns, indication);
+        };
         cimhost::Host host(hostOptions);
         if (users)
             for (const User &u : users->all()) host.setPermission(u.name, u.level);
-        ClassCatalog catalog(hostOptions.mofPaths);
-        CimService service(host, catalog, machineName());
+        subscriptions.start([&host](bool on, const std::string &ns, const std::string &cls, const std::string &query) {
+            return on ? host.activateFilter(ns, cls, query) : host.deactivateFilter(ns, cls, query);
+        });
+        CimService service(host, catalog, machineName(), &subscriptions);
         HttpServer server(service, users ? &*users : nullptr, serverOptions, log);
         HttpServer::Ports ports = server.bind();
         if (ports.https >= 0)
