@@ -15,6 +15,10 @@ namespace tovra::alerts {
 namespace {
 
 constexpr auto kDefaultInterval = std::chrono::seconds(5);
+// How long the call that starts the thread waits for its first look at the
+// adapter: what changes after that call returns is indicated, and a sick
+// adapter still cannot hold the call for long.
+constexpr auto kFirstLookWait = std::chrono::seconds(2);
 
 CMPIStatus ok() { return CMPIStatus{CMPI_RC_OK, nullptr}; }
 
@@ -140,13 +144,13 @@ void AlertMonitor::start(const CMPIContext *ctx) {
         return;
     }
     watch_ = Watch{};
-    {
-        std::lock_guard lock(wakeMutex_);
-        stopping_ = false;
-    }
+    std::unique_lock lock(wakeMutex_);
+    stopping_ = false;
+    firstLookDone_ = false;
     thread_ = std::thread([this, threadContext, broker = broker_, ns = nameSpace_, every = interval()] {
         run(broker, ns, threadContext, every);
     });
+    wake_.wait_for(lock, kFirstLookWait, [this] { return firstLookDone_; });
 }
 
 bool AlertMonitor::stopAsked() {
@@ -175,6 +179,11 @@ void AlertMonitor::run(const CMPIBroker *broker, const std::string &ns, CMPICont
         std::vector<Alert> alerts;
         std::string systemName;
         round(watch_, alerts, systemName);
+        if (first) {
+            std::lock_guard lock(wakeMutex_);
+            firstLookDone_ = true;
+            wake_.notify_all();
+        }
         // Delivered holding no lock of this provider; a stop asked for
         // meanwhile (the last filter went) ends the deliveries.
         for (const Alert &a : alerts) {

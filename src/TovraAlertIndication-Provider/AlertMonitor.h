@@ -68,9 +68,10 @@ private:
     std::thread thread_;
     Watch watch_;
 
-    std::mutex wakeMutex_;  // guards stopping_
+    std::mutex wakeMutex_;  // guards stopping_ and firstLookDone_
     std::condition_variable wake_;
     bool stopping_ = false;
+    bool firstLookDone_ = false;  // the thread's first round is over
 };
 
 }  // namespace tovra::alerts
