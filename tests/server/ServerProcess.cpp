@@ -95,10 +95,12 @@ Library Library::testProvider() {
 }
 
 ServerProcess::ServerProcess(std::vector<std::string> extraArgs, std::vector<std::string> extraEnv,
-                             const Library &library) {
+                             const Library &library, const std::string &program) {
     logPath_ = tempPath("log-" + std::to_string(reinterpret_cast<uintptr_t>(this)));
-    std::vector<std::string> argv = {TOVRA_CIMD,     "--mof",          library.mof, "--registration",
-                                     library.registration, "--provider-dir", library.providerDir};
+    std::vector<std::string> argv = {program};
+    for (const auto &[option, value] : {std::pair{"--mof", library.mof}, std::pair{"--registration", library.registration},
+                                        std::pair{"--provider-dir", library.providerDir}})
+        if (!value.empty()) argv.insert(argv.end(), {option, value});
     bool portGiven = false;
     for (const std::string &a : extraArgs) portGiven = portGiven || a == "--port";
     if (!portGiven) argv.insert(argv.end(), {"--port", "0"});
