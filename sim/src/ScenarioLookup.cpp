@@ -33,8 +33,9 @@ std::string scenarioText(const std::string &nameOrPath, const std::string &scena
 }
 
 Model loadScenarioModel(const std::string &nameOrPath, const std::string &scenarioDir) {
+    const std::string text = scenarioText(nameOrPath, scenarioDir);  // its failure names the scenario
     try {
-        return modelFromJson(nlohmann::json::parse(scenarioText(nameOrPath, scenarioDir)));
+        return modelFromJson(nlohmann::json::parse(text));
     } catch (const nlohmann::json::exception &e) {
         fail("scenario \"" + nameOrPath + "\": " + e.what());
     } catch (const std::runtime_error &e) {
