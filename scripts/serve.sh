@@ -27,6 +27,6 @@ if [ ! -e "$cert" ] || [ ! -e "$key" ]; then
   chmod 600 "$key"
   echo "serve: made the self-signed pair $cert, $key (clients: -cacert $cert, or -noverify)" >&2
 fi
-exec env LD_PRELOAD="$PWD/build/sim/libtovrasim.so" build/host/server/tovra-cimd --mof mof \
-  --registration mof/Tovra.reg --provider-dir build/src --users "$users" --port "${TOVRA_PORT:-5988}" \
-  --cert "$cert" --key "$key" --https-port "${TOVRA_HTTPS_PORT:-5989}" "$@"
+# The server finds the MOF, the registration and the providers from its build folder.
+exec env LD_PRELOAD="$PWD/build/sim/libtovrasim.so" build/host/server/tovra-cimd --users "$users" \
+  --port "${TOVRA_PORT:-5988}" --cert "$cert" --key "$key" --https-port "${TOVRA_HTTPS_PORT:-5989}" "$@"

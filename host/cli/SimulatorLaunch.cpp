@@ -1,6 +1,7 @@
 #include "SimulatorLaunch.h"
 
 #include "Wire.h"
+#include "tovrasim/ScenarioCatalog.h"
 
 #include <fcntl.h>
 #include <link.h>
@@ -75,6 +76,11 @@ std::string runUnderSimulator(const Installation *found, const std::string &scen
     std::string wanted = scenario;
     if (wanted.empty()) wanted = env("TOVRA_SIM_SCENARIO");
     if (wanted.empty()) wanted = "default";
+    // The simulator serves "default" for a scenario it cannot find, as it
+    // must for a process that cannot be asked; asked here, say so instead.
+    std::string scenarioDir = env("TOVRA_SIM_SCENARIO_DIR");
+    if (scenarioDir.empty() && fs::is_directory(found->scenarioDir, ec)) scenarioDir = found->scenarioDir.string();
+    if (std::string problem = tovra::scenarios::problem(wanted, scenarioDir); !problem.empty()) return problem;
     const std::vector<std::string> preloaded = preloadEntries(env("LD_PRELOAD"));
     bool loaded = false;
     for (const std::string &p : preloaded) loaded = loaded || samePath(p, found->simulator);
@@ -88,8 +94,7 @@ std::string runUnderSimulator(const Installation *found, const std::string &scen
         if (!samePath(p, found->simulator) && p != runtime) preload += ":" + p;
     setenv("LD_PRELOAD", preload.c_str(), 1);
     setenv("TOVRA_SIM_SCENARIO", wanted.c_str(), 1);
-    if (env("TOVRA_SIM_SCENARIO_DIR").empty() && fs::is_directory(found->scenarioDir, ec))
-        setenv("TOVRA_SIM_SCENARIO_DIR", found->scenarioDir.c_str(), 1);
+    if (!scenarioDir.empty()) setenv("TOVRA_SIM_SCENARIO_DIR", scenarioDir.c_str(), 1);
     if (runtime.find("/libasan.so") != std::string::npos &&
         env("ASAN_OPTIONS").find("verify_asan_link_order") == std::string::npos) {
         const std::string options = env("ASAN_OPTIONS");

@@ -13,7 +13,8 @@ namespace cimhost::cli {
 // Replaces the process with `argv` run again under the simulator (the
 // library `found` names, `scenario` or else TOVRA_SIM_SCENARIO or "default").
 // Returns "" when the process already runs so (the caller goes on), or why it
-// cannot; on success it does not return.
+// cannot (a scenario the simulator would not find among them); on success it
+// does not return.
 std::string runUnderSimulator(const Installation *found, const std::string &scenario, char **argv);
 
 // Whether a provider answered that it could not open the adapter device:

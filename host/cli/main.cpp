@@ -146,13 +146,6 @@ int runHealth(const HostOptions &options, HealthRequest h, bool verbose, bool js
         h.timeout, verbose || h.verbose, json);
 }
 
-// Options the user left out take what was found beside the executable.
-void applyInstallation(HostOptions &options, const cli::Installation &found) {
-    if (options.mofPaths.empty()) options.mofPaths = {found.mofDir.string()};
-    if (options.registrationFile.empty()) options.registrationFile = found.registration.string();
-    if (options.providerDirs.empty()) options.providerDirs = {found.providerDir.string()};
-}
-
 CLI::App *operation(CLI::App &app, const char *name, const char *help, Request &r, bool keys) {
     CLI::App *sub = app.add_subcommand(name, help);
     sub->add_option("namespace", r.ns, "CIM namespace")->required();
@@ -277,7 +270,7 @@ int main(int argc, char **argv) {
         cli::printVerdict(cli::unknownVerdict(problem), std::cout, false, json);
         return static_cast<int>(cli::State::Unknown);
     };
-    const std::optional<cli::Installation> found = cli::locateInstallation(cli::executablePath().parent_path());
+    const std::optional<Installation> found = locateInstallation(executablePath().parent_path());
     if (*simulate) {
         if (const std::string problem = cli::runUnderSimulator(found ? &*found : nullptr, scenario, argv);
             !problem.empty())

@@ -1,12 +1,14 @@
 // tovra-cimd: serves CIM-XML over HTTP and HTTPS (DSP0200) from our CMPI
 // host, so that standard WBEM clients reach the provider libraries without a
-// CIMOM. Exit status: 0 after a stop (SIGTERM or SIGINT), 2 when it cannot
-// start.
+// CIMOM. The MOF, the registration and the providers are found beside the
+// executable (installed, or in its build folder) unless given. Exit status:
+// 0 after a stop (SIGTERM or SIGINT), 2 when it cannot start.
 #include "ClassCatalog.h"
 #include "CimService.h"
 #include "Host.h"
 #include "Delivery.h"
 #include "HttpServer.h"
+#include "Installation.h"
 #include "Subscriptions.h"
 #include "Users.h"
 
@@ -54,9 +56,11 @@ int main(int argc, char **argv) {
     bool noAuth = false, useSyslog = false, hashOnly = false;
     SubscriptionOptions subscriptionOptions;
     DeliveryOptions deliveryOptions;
-    app.add_option("--mof", hostOptions.mofPaths, "MOF file or directory")->required(false);
-    app.add_option("--registration", hostOptions.registrationFile, "provider registration file");
-    app.add_option("--provider-dir", hostOptions.providerDirs, "where provider libraries are found");
+    app.add_option("--mof", hostOptions.mofPaths, "MOF file or directory (default: found beside the program)");
+    app.add_option("--registration", hostOptions.registrationFile,
+                   "provider registration file (default: found beside the program)");
+    app.add_option("--provider-dir", hostOptions.providerDirs,
+                   "where provider libraries are found (default: found beside the program)");
     app.add_option("--layout", hostOptions.layout,
                    "provider processes: one per provider library (a stock CIMOM's default) or one per provider")
         ->transform(CLI::CheckedTransformer(cimhost::HostOptions::kLayoutNames));
@@ -125,8 +129,14 @@ int main(int argc, char **argv) {
         std::cerr << "tovra-cimd: give --users FILE, or --no-auth to serve without authentication\n";
         return 2;
     }
+    // Path options left out are found beside the executable (installed, or in
+    // its build folder); those given win.
+    const std::filesystem::path program = cimhost::executablePath();
+    if (const std::optional<cimhost::Installation> found = cimhost::locateInstallation(program.parent_path()))
+        cimhost::applyInstallation(hostOptions, *found);
     if (hostOptions.mofPaths.empty()) {
-        std::cerr << "tovra-cimd: give --mof\n";
+        std::cerr << "tovra-cimd: no MOF found beside " << program.string()
+                  << "; give --mof, --registration and --provider-dir\n";
         return 2;
     }
 

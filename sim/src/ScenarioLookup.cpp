@@ -1,11 +1,13 @@
 // Finding a scenario by name (built in, TOVRA_SIM_SCENARIO_DIR, the source
 // scenarios folder) or by path.
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 
 #include "JsonFields.h"
 #include "ScenarioIO.h"
+#include "tovrasim/ScenarioCatalog.h"
 
 namespace tovra::sim {
 
@@ -21,27 +23,19 @@ std::string readFile(const std::string &path) {
     return s.str();
 }
 
-bool fileExists(const std::string &path) { return std::ifstream(path).good(); }
-
 }  // namespace
 
 std::string scenarioText(const std::string &nameOrPath, const std::string &scenarioDir) {
-    const bool isPath = nameOrPath.find('/') != std::string::npos ||
-                        (nameOrPath.size() > 5 && nameOrPath.ends_with(".json"));
-    if (isPath) return readFile(nameOrPath);
+    if (scenarios::isPath(nameOrPath)) return readFile(nameOrPath);
     if (const char *embedded = embeddedScenario(nameOrPath)) return embedded;
-    if (!scenarioDir.empty()) {
-        const std::string p = scenarioDir + "/" + nameOrPath + ".json";
-        if (fileExists(p)) return readFile(p);
-    }
-    const std::string p = std::string(TOVRASIM_SOURCE_SCENARIOS) + "/" + nameOrPath + ".json";
-    if (fileExists(p)) return readFile(p);
-    fail("no scenario named \"" + nameOrPath + "\"");
+    if (const std::optional<std::string> file = scenarios::fileFor(nameOrPath, scenarioDir)) return readFile(*file);
+    fail(scenarios::problem(nameOrPath, scenarioDir));
 }
 
 Model loadScenarioModel(const std::string &nameOrPath, const std::string &scenarioDir) {
+    const std::string text = scenarioText(nameOrPath, scenarioDir);  // its failure names the scenario
     try {
-        return modelFromJson(nlohmann::json::parse(scenarioText(nameOrPath, scenarioDir)));
+        return modelFromJson(nlohmann::json::parse(text));
     } catch (const nlohmann::json::exception &e) {
         fail("scenario \"" + nameOrPath + "\": " + e.what());
     } catch (const std::runtime_error &e) {

@@ -434,6 +434,12 @@ TEST(CliDefaults, RunFromTheBuildTreeWithNoOptions) {
          "ReturnValue = OK\nStatus = 0 (0x0)\n"},
         {"a scenario by name", "--simulate bare ein tovra/cimv2 Tovra_StoragePool", 0, ""},
         {"explicit options win", "--simulate --registration /nonexistent.reg classes", 2, ""},
+        {"a scenario that does not exist is refused, naming those that do", "--simulate fulll ein tovra/cimv2 "
+         "Tovra_StoragePool", 2, "tovra-cim: no scenario \"fulll\"; built in: default, full; files: bare, edge, pairs\n"},
+        {"the monitoring check: UNKNOWN", "--simulate fulll health", 3,
+         "TOVRA UNKNOWN - no scenario \"fulll\"; built in: default, full; files: bare, edge, pairs\n"},
+        {"a scenario file that does not exist", "--simulate /nonexistent/scenario.json classes", 2,
+         "tovra-cim: no scenario file /nonexistent/scenario.json\n"},
         {"no device: the hint", "ei tovra/cimv2 Tovra_StoragePool", 1,
          "tovra-cim: CMPI_RC_ERROR_SYSTEM (100)\ntovra-cim: no adapter device at /vmfs/devices/char/vmkdriver/tovdrv; "
          "use --simulate to try the simulator\n"},
@@ -470,6 +476,9 @@ TEST(CliDefaults, RunFromAnInstallation) {
     // A scenario that is not built in comes from the installed scenario files.
     const CliRun edge = cli("--simulate edge health", "", installed.c_str());
     EXPECT_TRUE(edge.out.starts_with("TOVRA CRITICAL - ")) << edge.out;
+    // The simulator's control command runs from there too.
+    const CliRun control = cli("--help", "", (prefix.path() / "bin" / "tovra-sim").c_str());
+    EXPECT_EQ(control.status, 0) << control.out;
 }
 
 }  // namespace

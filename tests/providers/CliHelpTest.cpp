@@ -1,6 +1,6 @@
 // The help a user gets from tovra-cim beside the answers: what a method takes,
-// what a wrong argument count means, and a state file that overrides the
-// scenario asked for.
+// what a wrong argument count means, a state file that overrides the scenario
+// asked for, and a scenario that does not exist.
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
@@ -63,6 +63,12 @@ TEST(CliHelp, UsersLearnWhatMethodsTakeAndWhatWentWrong) {
          {"DeleteRAIDSet: incorrect args number were received.", "DeleteRAIDSet takes 1 argument: RAIDNo\n"}, {}},
         {"", "invoke tovra/cimv2 Tovra_StorageVolume DeleteVolume --arg Num=0", 1,
          {"Argument Num is incorrect in DeleteVolume Method Command."}, {"takes"}},
+        // A program that preloads the simulator cannot be asked: it is warned
+        // and served the default adapter.
+        {"TOVRA_SIM_SCENARIO=fulll", "ein tovra/cimv2 Tovra_StoragePool", 0,
+         {"no scenario \"fulll\"; built in: default, full; files: bare, edge, pairs; serving \"default\"",
+          "Raid Set # 001"},
+         {}},
         {"TOVRA_SIM_SCENARIO=bare TOVRA_SIM_STATE=" + state, "ein tovra/cimv2 Tovra_StoragePool", 0, {},
          {"wins over"}},
         {"TOVRA_SIM_SCENARIO=full TOVRA_SIM_STATE=" + state, "ein tovra/cimv2 Tovra_StoragePool", 0,

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <regex>
 #include <thread>
 
@@ -211,4 +212,42 @@ TEST(Http, ConcurrentClientsGetSingleClientAnswers) {
     for (std::thread &t : clients) t.join();
     for (int c = 0; c < kClients; ++c) EXPECT_EQ(mismatches[static_cast<size_t>(c)], 0) << "client " << c;
     EXPECT_EQ(server.stop(), 0) << server.log();
+}
+
+// Without path options the server finds the MOF, the registration and the
+// providers beside its executable, in this build folder or where
+// `cmake --install` put it; a path option given wins over what is found.
+TEST(Http, PathOptionsAreFoundUnlessGiven) {
+    char folder[] = "/tmp/tovra-cimd-install-XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    const std::string prefix = folder;
+    const servertest::Run install = runProgram({CMAKE_COMMAND, "--install", TOVRA_BUILD_DIR, "--prefix", prefix});
+    ASSERT_EQ(install.status, 0) << install.output;
+    struct Row {
+        const char *name;
+        std::string program;
+        Library library;
+        const char *expect;  // over the reply to an enumeration, or why the server did not start
+    };
+    const std::vector<Row> rows = {
+        {"built, no path options", TOVRA_CIMD, Library::found(), "^HTTP/1.1 200 ...Raid Set # 001"},
+        {"installed, no path options", prefix + "/bin/tovra-cimd", Library::found(), "^HTTP/1.1 200 ...Raid Set # 001"},
+        {"installed, --mof given", prefix + "/bin/tovra-cimd", {"/nonexistent/mof", "", ""},
+         "did not start...tovra-cimd: .*/nonexistent/mof"},
+        {"installed, --provider-dir given", prefix + "/bin/tovra-cimd", {"", "", "/nonexistent/lib"},
+         "^HTTP/1.1 200 ...<ERROR CODE=\"1\""},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.name);
+        std::string outcome;
+        try {
+            ServerProcess server({"--users", usersFile()}, {}, row.library, row.program);
+            outcome = rawExchange(server.port(), cimPost(kPoolNames));
+            EXPECT_EQ(server.stop(), 0) << server.log();
+        } catch (const std::exception &e) {
+            outcome = e.what();
+        }
+        EXPECT_TRUE(std::regex_search(outcome, pattern(row.expect))) << outcome.substr(0, 2000);
+    }
+    runProgram({"rm", "-rf", prefix});
 }

@@ -95,10 +95,12 @@ Library Library::testProvider() {
 }
 
 ServerProcess::ServerProcess(std::vector<std::string> extraArgs, std::vector<std::string> extraEnv,
-                             const Library &library) {
+                             const Library &library, const std::string &program) {
     logPath_ = tempPath("log-" + std::to_string(reinterpret_cast<uintptr_t>(this)));
-    std::vector<std::string> argv = {TOVRA_CIMD,     "--mof",          library.mof, "--registration",
-                                     library.registration, "--provider-dir", library.providerDir};
+    std::vector<std::string> argv = {program};
+    for (const auto &[option, value] : {std::pair{"--mof", library.mof}, std::pair{"--registration", library.registration},
+                                        std::pair{"--provider-dir", library.providerDir}})
+        if (!value.empty()) argv.insert(argv.end(), {option, value});
     bool portGiven = false;
     for (const std::string &a : extraArgs) portGiven = portGiven || a == "--port";
     if (!portGiven) argv.insert(argv.end(), {"--port", "0"});
@@ -114,7 +116,13 @@ ServerProcess::ServerProcess(std::vector<std::string> extraArgs, std::vector<std
     // itself: servers of other tests serve other simulated adapters.
     if (std::none_of(extraEnv.begin(), extraEnv.end(), [](const std::string &e) { return e.starts_with("TOVRA_CACHE_EPOCHS="); }))
         env.push_back("TOVRA_CACHE_EPOCHS=");
-    if (std::string(TOVRA_ASAN_OPTIONS).size() > 0) env.push_back(TOVRA_ASAN_OPTIONS);
+    // The sanitizer's options for the server join those the tests run with.
+    if (const std::string options = TOVRA_SANITIZER_OPTIONS; !options.empty()) {
+        const std::string name = options.substr(0, options.find('=') + 1);
+        auto inherited = std::find_if(env.begin(), env.end(), [&](const std::string &e) { return e.starts_with(name); });
+        if (inherited != env.end()) *inherited += ":" + options.substr(name.size());
+        else env.push_back(options);
+    }
     env.insert(env.end(), extraEnv.begin(), extraEnv.end());
 
     int out[2];

@@ -13,13 +13,15 @@ struct Library {
     std::string mof, registration, providerDir;
     static Library product();       // the Tovra providers
     static Library testProvider();  // the host's test provider: associations and typed methods
+    static Library found() { return {}; }  // no path options: what the server finds beside itself
 };
 
 class ServerProcess {
 public:
-    // Starts the server with the library; extraEnv entries are "NAME=value".
+    // Starts the server (the built one unless `program` names another) with
+    // the library; extraEnv entries are "NAME=value".
     explicit ServerProcess(std::vector<std::string> extraArgs, std::vector<std::string> extraEnv = {},
-                           const Library &library = Library::product());
+                           const Library &library = Library::product(), const std::string &program = TOVRA_CIMD);
     ~ServerProcess();
     ServerProcess(const ServerProcess &) = delete;
     ServerProcess &operator=(const ServerProcess &) = delete;

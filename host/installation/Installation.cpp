@@ -2,7 +2,7 @@
 
 #include <fstream>
 
-namespace cimhost::cli {
+namespace cimhost {
 namespace fs = std::filesystem;
 namespace {
 
@@ -16,7 +16,7 @@ std::optional<fs::path> configuredSource(const fs::path &build) {
 }
 
 std::optional<Installation> installed(const fs::path &exeDir) {
-    // <prefix>/<bindir>/tovra-cim
+    // <prefix>/<bindir>/<program>
     const fs::path prefix = (exeDir / TOVRA_INSTALL_PREFIX_FROM_BIN).lexically_normal();
     const fs::path data = prefix / TOVRA_INSTALL_DATADIR;
     return Installation{"installed",
@@ -28,16 +28,23 @@ std::optional<Installation> installed(const fs::path &exeDir) {
 }
 
 std::optional<Installation> buildTree(const fs::path &exeDir) {
-    // <build>/host/cli/tovra-cim; the MOF stays in the source tree.
-    const fs::path build = (exeDir / TOVRA_BUILD_ROOT_FROM_CLI).lexically_normal();
-    const std::optional<fs::path> source = configuredSource(build);
-    if (!source) return std::nullopt;
-    return Installation{"build tree",
-                        *source / "mof",
-                        *source / "mof" / "Tovra.reg",
-                        build / TOVRA_BUILD_PROVIDERDIR,
-                        build / TOVRA_BUILD_SIMDIR / "libtovrasim.so",
-                        *source / "sim" / "scenarios"};
+    // <build>/host/cli/tovra-cim, <build>/host/server/tovra-cimd: the nearest
+    // folder above with a CMake cache. The MOF stays in the source tree.
+    std::error_code ec;
+    for (fs::path build = exeDir.lexically_normal(); !build.empty(); build = build.parent_path()) {
+        if (fs::is_regular_file(build / "CMakeCache.txt", ec)) {
+            const std::optional<fs::path> source = configuredSource(build);
+            if (!source) return std::nullopt;
+            return Installation{"build tree",
+                                *source / "mof",
+                                *source / "mof" / "Tovra.reg",
+                                build / TOVRA_BUILD_PROVIDERDIR,
+                                build / TOVRA_BUILD_SIMDIR / "libtovrasim.so",
+                                *source / "sim" / "scenarios"};
+        }
+        if (build == build.root_path()) break;
+    }
+    return std::nullopt;
 }
 
 bool complete(const Installation &i) {
@@ -61,4 +68,10 @@ std::optional<Installation> locateInstallation(const fs::path &executableDir) {
     return std::nullopt;
 }
 
-}  // namespace cimhost::cli
+void applyInstallation(HostOptions &options, const Installation &found) {
+    if (options.mofPaths.empty()) options.mofPaths = {found.mofDir.string()};
+    if (options.registrationFile.empty()) options.registrationFile = found.registration.string();
+    if (options.providerDirs.empty()) options.providerDirs = {found.providerDir.string()};
+}
+
+}  // namespace cimhost

@@ -1,15 +1,17 @@
-// Where tovra-cim finds the MOF, the registration, the provider library and
-// the simulator without being told: beside its own executable, either as
-// `cmake --install` placed them (<prefix>/bin/tovra-cim) or in the build
-// folder it was built in (<build>/host/cli/tovra-cim) with the source tree
-// that folder was configured from.
+// Where tovra-cim and tovra-cimd find the MOF, the registration, the provider
+// library and the simulator without being told: relative to their own
+// executable, either as `cmake --install` placed them (<prefix>/bin) or in the
+// build folder they were built in (any folder below the one holding
+// CMakeCache.txt), with the source tree that folder was configured from.
 #pragma once
+
+#include "HostOptions.h"
 
 #include <filesystem>
 #include <optional>
 #include <string>
 
-namespace cimhost::cli {
+namespace cimhost {
 
 struct Installation {
     std::string origin;  // "installed" or "build tree"
@@ -26,4 +28,7 @@ std::filesystem::path executablePath();
 // The first layout whose files exist around `executableDir`.
 std::optional<Installation> locateInstallation(const std::filesystem::path &executableDir);
 
-}  // namespace cimhost::cli
+// Path options the user left out take what was found.
+void applyInstallation(HostOptions &options, const Installation &found);
+
+}  // namespace cimhost
