@@ -1,14 +1,14 @@
 // The monitoring check as a monitoring system runs it: tovra-cim in an empty
 // environment, the simulator preloaded by --simulate, one process per check,
 // against scenario files that put every family of components in each state.
+#include "CliRun.h"
+
 #include <nlohmann/json.hpp>
 
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -23,29 +23,12 @@ namespace {
 namespace fs = std::filesystem;
 using nlohmann::json;
 
-struct CliRun {
-    int status = -1;
-    std::string out;  // standard output only, unless the command redirects
-};
-
-CliRun shell(const std::string &command) {
-    CliRun run;
-    FILE *pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) return run;
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, pipe)) > 0) run.out.append(buf, n);
-    const int status = pclose(pipe);
-    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return run;
-}
-
 // tovra-cim with nothing in its environment but `env` (the cache counters kept
 // in the process, so parallel tests share no file); standard error is read
 // too when `errors` is set.
 CliRun cli(const std::string &arguments, const std::string &env = "", const char *program = TOVRA_CIM,
            bool errors = false) {
-    return shell("env -i TOVRA_CACHE_EPOCHS= " + env + " " + program + " " + arguments +
+    return runShell("env -i TOVRA_CACHE_EPOCHS= " + env + " " + program + " " + arguments +
                  (errors ? " 2>&1" : " 2>/dev/null"));
 }
 
@@ -462,7 +445,7 @@ TEST(CliDefaults, RunFromTheBuildTreeWithNoOptions) {
 // tovra-cim needs no option either.
 TEST(CliDefaults, RunFromAnInstallation) {
     TempDir prefix;
-    ASSERT_EQ(shell(std::string(CMAKE_COMMAND " --install " TOVRA_BUILD_DIR " --prefix ") + prefix.path().string() +
+    ASSERT_EQ(runShell(std::string(CMAKE_COMMAND " --install " TOVRA_BUILD_DIR " --prefix ") + prefix.path().string() +
                     " >/dev/null 2>&1")
                   .status,
               0);

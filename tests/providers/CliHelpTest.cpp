@@ -1,22 +1,17 @@
 // The help a user gets from tovra-cim beside the answers: what a method takes,
 // what a wrong argument count means, a state file that overrides the scenario
 // asked for, and a scenario that does not exist.
+#include "CliRun.h"
+
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 namespace {
-
-struct CliRun {
-    int status = -1;
-    std::string out;  // standard output and standard error
-};
 
 CliRun tovraCim(const std::string &environment, const std::string &arguments) {
     const std::string command = environment + " LD_PRELOAD=" TOVRA_CLI_PRELOAD " " TOVRA_CLI_ENV
@@ -24,15 +19,7 @@ CliRun tovraCim(const std::string &environment, const std::string &arguments) {
                                 " --registration " TOVRA_MOF_DIR "/Tovra.reg --provider-dir " TOVRA_PROVIDER_DIR
                                 " --principal root --permission root=5 " +
                                 arguments + " 2>&1";
-    CliRun run;
-    FILE *pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) return run;
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, pipe)) > 0) run.out.append(buf, n);
-    const int status = pclose(pipe);
-    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return run;
+    return runShell(command);
 }
 
 TEST(CliHelp, UsersLearnWhatMethodsTakeAndWhatWentWrong) {

@@ -1,38 +1,25 @@
 // The inventory report as an administrator runs it: tovra-cim with the
 // simulator preloaded, one process per report. With --json, standard output
 // holds the JSON document and nothing else.
+#include "CliRun.h"
+
 #include <nlohmann/json.hpp>
 
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
 
-#include <cstdio>
 #include <string>
 #include <vector>
 
 namespace {
 
-struct Report {
-    int status = -1;
-    std::string out;  // standard output only
-};
-
-Report inventory(const std::string &scenario, bool json) {
+CliRun inventory(const std::string &scenario, bool json) {
     const std::string command = std::string("TOVRA_SIM_SCENARIO=") + scenario + " LD_PRELOAD=" TOVRA_CLI_PRELOAD
                                 " " TOVRA_CLI_ENV " " TOVRA_CIM " --mof " TOVRA_MOF_DIR
                                 " --registration " TOVRA_MOF_DIR "/Tovra.reg --provider-dir " TOVRA_PROVIDER_DIR
                                 " --principal root --permission root=5 --verbose inventory" +
                                 (json ? " --json" : "") + " 2>/dev/null";
-    Report run;
-    FILE *pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) return run;
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, pipe)) > 0) run.out.append(buf, n);
-    const int status = pclose(pipe);
-    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return run;
+    return runShell(command);
 }
 
 TEST(CliInventory, JsonOnStandardOutputHoldsEveryClassTheProvidersServe) {
@@ -50,7 +37,7 @@ TEST(CliInventory, JsonOnStandardOutputHoldsEveryClassTheProvidersServe) {
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.scenario);
-        const Report run = inventory(row.scenario, true);
+        const CliRun run = inventory(row.scenario, true);
         EXPECT_EQ(run.status, 0);
         nlohmann::json doc;
         ASSERT_NO_THROW(doc = nlohmann::json::parse(run.out)) << run.out.substr(0, 200);
@@ -62,7 +49,7 @@ TEST(CliInventory, JsonOnStandardOutputHoldsEveryClassTheProvidersServe) {
     }
 }
 
-TEST(CliInventory, TextReportShowsTheAdapterToAnAdministrator) {
+TEST(CliInventory, TextCliRunShowsTheAdapterToAnAdministrator) {
     struct Row {
         const char *scenario;
         std::vector<const char *> lines;
@@ -81,7 +68,7 @@ TEST(CliInventory, TextReportShowsTheAdapterToAnAdministrator) {
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.scenario);
-        const Report run = inventory(row.scenario, false);
+        const CliRun run = inventory(row.scenario, false);
         EXPECT_EQ(run.status, 0);
         for (const char *line : row.lines) EXPECT_NE(run.out.find(line), std::string::npos) << line << "\n" << run.out;
     }
