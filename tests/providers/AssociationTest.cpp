@@ -19,12 +19,8 @@ namespace sim = tovra::sim;
 
 namespace {
 
-class Associations : public ProviderTest {
-protected:
-    void SetUp() override {
-        ProviderTest::SetUp();
-        sim::loadScenario("pairs");
-    }
+struct Associations : ProviderTest {
+    void SetUp() override { ProviderTest::SetUp(), sim::loadScenario("pairs"); }
 };
 
 using Ids = std::vector<std::pair<std::string, std::string>>;  // (left id, right id)
@@ -44,13 +40,6 @@ std::string refText(const Obj &o, const std::string &name) {
     return v != nullptr ? v->text : std::string();
 }
 
-Texts sortedIds(const Answer &a) {
-    Texts out;
-    for (const Obj &o : a.objects) out.push_back(idOf(o.path));
-    std::sort(out.begin(), out.end());
-    return out;
-}
-
 const char *const kCtl = "25";
 const char *const kProfileId = "Tovra: Host Hardware RAID Controller_1.2.0";
 Ids fromCtl(const Texts &rights) {
@@ -58,59 +47,53 @@ Ids fromCtl(const Texts &rights) {
     for (const std::string &r : rights) out.emplace_back(kCtl, r);
     return out;
 }
-Ids same(const Texts &ids) {
-    Ids out;
-    for (const std::string &id : ids) out.emplace_back(id, id);
-    return out;
-}
 
+// An association ("Tovra_" left out) with its ends' roles and accepted
+// superclasses ("CIM_" left out).
 struct Assoc {
-    const char *cls, *leftRole, *leftSuper, *rightRole, *rightSuper;
+    std::string cls, leftRole, leftSuper, rightRole, rightSuper;
     Ids pairs;            // the enumerations' pairs, in their order
     Ids associated = {};  // the associator and reference operations' pairs, where they differ
 };
 const Assoc kAssocs[] = {
-    {"Tovra_AllocatedFromStoragePool", "Antecedent", "CIM_StoragePool", "Dependent", "CIM_StorageVolume",
+    {"AllocatedFromStoragePool", "Antecedent", "StoragePool", "Dependent", "StorageVolume",
      {{"Raid Set # 000", "Volume Set # 000"}, {"Raid Set # 000", "Volume Set # 001"}, {"Raid Set # 001", "Volume Set # 002"}}},
-    {"Tovra_ConcreteComponent", "GroupComponent", "CIM_StoragePool", "PartComponent", "CIM_StorageExtent",
+    {"ConcreteComponent", "GroupComponent", "StoragePool", "PartComponent", "StorageExtent",
      {{"Raid Set # 000", "PAIR1"}, {"Raid Set # 000", "PAIR2"}, {"Raid Set # 001", "PAIR3"}, {"Raid Set # 002", "PAIR4"}}},
-    {"Tovra_ElementSettingData", "ManagedElement", "CIM_StorageVolume", "SettingData", "CIM_StorageSetting",
+    {"ElementSettingData", "ManagedElement", "StorageVolume", "SettingData", "StorageSetting",
      {{"Volume Set # 001", "RAID 0"}, {"Volume Set # 002", "RAID 0"}, {"Volume Set # 000", "RAID 5"}}},
-    {"Tovra_Container", "GroupComponent", "CIM_Chassis", "PartComponent", "CIM_Slot",
+    {"Container", "GroupComponent", "Chassis", "PartComponent", "Slot",
      {{"Expander0210", "0"}, {"Expander0210", "1"}, {"TV-8012 Expander0210", "256"}, {"TV-8012 Expander0210", "257"},
       {"tv-8012 expander0210", "512"}}},
-    {"Tovra_MediaPresent", "Antecedent", "CIM_DiskDrive", "Dependent", "CIM_StorageExtent",
-     same({"PAIR1", "PAIR12", "PAIR2", "PAIR3", "PAIR4"})},
-    {"Tovra_PackageInConnector", "Antecedent", "CIM_PhysicalPackage", "Dependent", "CIM_Slot",
-     same({"0", "1", "256", "257", "512"})},
-    {"Tovra_RealizesDiskDrive", "Antecedent", "CIM_PhysicalPackage", "Dependent", "CIM_DiskDrive",
+    {"MediaPresent", "Antecedent", "DiskDrive", "Dependent", "StorageExtent",
+     {{"PAIR1", "PAIR1"}, {"PAIR12", "PAIR12"}, {"PAIR2", "PAIR2"}, {"PAIR3", "PAIR3"}, {"PAIR4", "PAIR4"}}},
+    {"PackageInConnector", "Antecedent", "PhysicalPackage", "Dependent", "Slot",
+     {{"0", "0"}, {"1", "1"}, {"256", "256"}, {"257", "257"}, {"512", "512"}}},
+    {"RealizesDiskDrive", "Antecedent", "PhysicalPackage", "Dependent", "DiskDrive",
      {{"0", "PAIR1"}, {"1", "PAIR12"}, {"256", "PAIR2"}, {"257", "PAIR3"}, {"512", "PAIR4"}}},
-    {"Tovra_RealizesPortController", "Dependent", "CIM_PortController", "Antecedent", "CIM_PhysicalPackage",
+    {"RealizesPortController", "Dependent", "PortController", "Antecedent", "PhysicalPackage",
      fromCtl({"25", "256", "257"}), fromCtl({"25"})},
-    {"Tovra_ComputerSystemSoftwareIdentity", "Antecedent", "CIM_SoftwareIdentity", "Dependent", "CIM_ComputerSystem",
+    {"ComputerSystemSoftwareIdentity", "Antecedent", "SoftwareIdentity", "Dependent", "ComputerSystem",
      {{"Tovra:25:Firmware", kCtl}, {"Tovra:25:BootCode", kCtl}, {"Tovra:25:Driver", kCtl}}},
-    {"Tovra_DiskDriveSoftwareIdentity", "Antecedent", "CIM_SoftwareIdentity", "Dependent", "CIM_DiskDrive",
+    {"DiskDriveSoftwareIdentity", "Antecedent", "SoftwareIdentity", "Dependent", "DiskDrive",
      {{"Tovra:PAIR1:Firmware", "PAIR1"}, {"Tovra:PAIR12:Firmware", "PAIR1"}, {"Tovra:PAIR12:Firmware", "PAIR12"},
       {"Tovra:PAIR2:Firmware", "PAIR2"}, {"Tovra:PAIR3:Firmware", "PAIR3"}, {"Tovra:PAIR4:Firmware", "PAIR4"}}},
-    {"Tovra_HostedStoragePool", "GroupComponent", "CIM_ComputerSystem", "PartComponent", "CIM_StoragePool",
+    {"HostedStoragePool", "GroupComponent", "ComputerSystem", "PartComponent", "StoragePool",
      fromCtl({"Raid Set # 000", "Raid Set # 001", "Raid Set # 002"})},
-    {"Tovra_LogicalIdentity", "SystemElement", "CIM_PortController", "SameElement", "CIM_ComputerSystem", same({kCtl})},
-    {"Tovra_SystemPackaging", "Antecedent", "CIM_ComputerSystem", "Dependent", "CIM_Chassis",
+    {"LogicalIdentity", "SystemElement", "PortController", "SameElement", "ComputerSystem", fromCtl({kCtl})},
+    {"SystemPackaging", "Antecedent", "ComputerSystem", "Dependent", "Chassis",
      fromCtl({"Expander0210", "TV-8012 Expander0210", "tv-8012 expander0210"})},
-    {"Tovra_SystemDeviceBattery", "GroupComponent", "CIM_ComputerSystem", "PartComponent", "CIM_Battery",
-     fromCtl({"Battery0"})},
-    {"Tovra_SystemDeviceDiskDrive", "GroupComponent", "CIM_ComputerSystem", "PartComponent", "CIM_DiskDrive",
+    {"SystemDeviceBattery", "GroupComponent", "ComputerSystem", "PartComponent", "Battery", fromCtl({"Battery0"})},
+    {"SystemDeviceDiskDrive", "GroupComponent", "ComputerSystem", "PartComponent", "DiskDrive",
      fromCtl({"PAIR1", "PAIR12", "PAIR2", "PAIR3", "PAIR4"})},
-    {"Tovra_SystemDeviceSASSATAPort", "GroupComponent", "CIM_ComputerSystem", "PartComponent", "CIM_SASSATAPort",
-     fromCtl({"Port1"})},
-    {"Tovra_SystemDeviceStorageVolume", "GroupComponent", "CIM_ComputerSystem", "PartComponent", "CIM_StorageVolume",
+    {"SystemDeviceSASSATAPort", "GroupComponent", "ComputerSystem", "PartComponent", "SASSATAPort", fromCtl({"Port1"})},
+    {"SystemDeviceStorageVolume", "GroupComponent", "ComputerSystem", "PartComponent", "StorageVolume",
      fromCtl({"Volume Set # 000", "Volume Set # 001", "Volume Set # 002"})},
-    {"Tovra_SystemDeviceSoftwareIdentity", "GroupComponent", "CIM_ComputerSystem", "PartComponent",
-     "CIM_SoftwareIdentity",
+    {"SystemDeviceSoftwareIdentity", "GroupComponent", "ComputerSystem", "PartComponent", "SoftwareIdentity",
      fromCtl({"Tovra:25:Firmware", "Tovra:25:BootCode", "Tovra:25:Driver", "Tovra:PAIR1:Firmware",
               "Tovra:PAIR12:Firmware", "Tovra:PAIR2:Firmware", "Tovra:PAIR3:Firmware", "Tovra:PAIR4:Firmware"})},
-    {"Tovra_ControllerConformsToProfile", "ManagedElement", "CIM_PortController", "ConformantStandard",
-     "CIM_RegisteredProfile", fromCtl({kProfileId})},
+    {"ControllerConformsToProfile", "ManagedElement", "PortController", "ConformantStandard", "RegisteredProfile",
+     fromCtl({kProfileId})},
 };
 
 std::string swapCase(std::string s) {
@@ -128,21 +111,21 @@ void expectFarEnds(const Assoc &a, bool fromLeft, const std::string &source) {
     for (const auto &[l, r] : a.associated.empty() ? a.pairs : a.associated)
         if ((fromLeft ? l : r) == idOf(source)) far.push_back(fromLeft ? r : l);
     std::sort(far.begin(), far.end());
+    const std::string cls = "Tovra_" + a.cls, farSuper = swapCase("CIM_" + (fromLeft ? a.rightSuper : a.leftSuper));
     const std::string ownRole = fromLeft ? a.leftRole : a.rightRole, farRole = fromLeft ? a.rightRole : a.leftRole;
-    const AssocFilter byClass{a.cls, "", "", ""}, bySuper{a.cls, swapCase(fromLeft ? a.rightSuper : a.leftSuper), "", ""};
-    for (const Answer &assocs : {associatorNames(source, byClass), associators(source, byClass), associatorNames(source, bySuper)}) {
-        EXPECT_EQ(assocs.rc, CMPI_RC_OK);
-        EXPECT_EQ(sortedIds(assocs), far);
-    }
-    if (std::string(a.cls) == "Tovra_ControllerConformsToProfile") return;
-    for (const Answer &refs : {referenceNames(source, a.cls, swapCase(ownRole)), references(source, a.cls, ownRole)}) {
+    const std::vector<Answer> answers = {
+        associatorNames(source, {cls, "", "", ""}), associators(source, {cls, "", "", ""}),
+        associatorNames(source, {cls, farSuper, "", ""}), referenceNames(source, cls, swapCase(ownRole)),
+        references(source, cls, ownRole)};
+    for (size_t i = 0; i < (a.cls == "ControllerConformsToProfile" ? 3 : answers.size()); ++i) {
         Texts got;
-        for (const Obj &o : refs.objects) {
-            EXPECT_EQ(refText(o, ownRole), source);
-            got.push_back(idOf(refText(o, farRole)));
+        for (const Obj &o : answers[i].objects) {
+            EXPECT_TRUE(i < 3 || refText(o, ownRole) == source);
+            got.push_back(idOf(i < 3 ? o.path : refText(o, farRole)));
         }
         std::sort(got.begin(), got.end());
-        EXPECT_EQ(got, far);
+        EXPECT_EQ(answers[i].rc, CMPI_RC_OK);
+        EXPECT_EQ(got, far) << "answer " << i;
     }
 }
 
@@ -150,7 +133,7 @@ TEST_F(Associations, EveryOperationPairsTheWrittenPairs) {
     for (const Assoc &a : kAssocs) {
         SCOPED_TRACE(a.cls);
         std::map<std::string, bool> ends;  // path -> whether a left end
-        for (const Answer &all : {enumNames(a.cls), enumInstances(a.cls)}) {
+        for (const Answer &all : {enumNames("Tovra_" + a.cls), enumInstances("Tovra_" + a.cls)}) {
             ASSERT_EQ(all.rc, CMPI_RC_OK);
             Ids got;
             for (const Obj &o : all.objects) {
@@ -158,7 +141,7 @@ TEST_F(Associations, EveryOperationPairsTheWrittenPairs) {
                 const std::string l = refText(o, a.leftRole), r = refText(o, a.rightRole);
                 got.emplace_back(idOf(l), idOf(r));
                 ends[l] = true;
-                if (a.rightSuper != std::string("CIM_RegisteredProfile")) ends[r] = false;
+                if (a.rightSuper != "RegisteredProfile") ends[r] = false;
             }
             EXPECT_EQ(got, a.pairs);
         }
@@ -178,31 +161,25 @@ Module module(const std::string &cls) {
             static_cast<CMPIInstanceMI *>(factory(prefix + "_Create_InstanceMI"))};
 }
 
-// Names, version 200, cleanup, and the write operations and queries answering 7.
-TEST_F(Associations, FunctionTablesOfEveryModule) {
+// The association table beside the instance table (whose stamp the frame
+// tests check): its name, version 200 and cleanup; no method table.
+TEST_F(Associations, AssociationTableOfEveryModule) {
     for (const Assoc &a : kAssocs) {
-        const auto [prefix, assoc, inst] = module(a.cls);
+        const auto [prefix, assoc, inst] = module("Tovra_" + a.cls);
         SCOPED_TRACE(prefix);
         ASSERT_TRUE(assoc != nullptr && inst != nullptr);
         EXPECT_EQ(factory(prefix + "_Create_MethodMI"), nullptr);
         EXPECT_EQ(assoc->ft->miName, "association" + prefix);
-        EXPECT_EQ(inst->ft->miName, "instance" + prefix);
-        for (const int version : {assoc->ft->ftVersion, assoc->ft->miVersion, inst->ft->ftVersion, inst->ft->miVersion})
-            EXPECT_EQ(version, 200);
-        const bool profile = prefix == "TovraControllerConformsToProfileProvider";
+        EXPECT_EQ(assoc->ft->ftVersion, 200);
+        EXPECT_EQ(assoc->ft->miVersion, 200);
+        const bool profile = a.cls == "ControllerConformsToProfile";
         EXPECT_EQ(assoc->ft->cleanup(assoc, nullptr, 0).rc, profile ? CMPI_RC_OK : CMPI_RC_NEVER_UNLOAD);
         EXPECT_EQ(assoc->ft->cleanup(assoc, nullptr, 1).rc, CMPI_RC_OK);
-        EXPECT_EQ(inst->ft->cleanup(inst, nullptr, 0).rc, CMPI_RC_NEVER_UNLOAD);
-        for (const CMPIStatus st : {inst->ft->createInstance(inst, nullptr, nullptr, nullptr, nullptr),
-                                    inst->ft->modifyInstance(inst, nullptr, nullptr, nullptr, nullptr, nullptr),
-                                    inst->ft->deleteInstance(inst, nullptr, nullptr, nullptr),
-                                    inst->ft->execQuery(inst, nullptr, nullptr, nullptr, "select *", "WQL")})
-            EXPECT_EQ(st.rc, CMPI_RC_ERR_NOT_SUPPORTED);
     }
 }
 
 const std::string kPool0 = "tovra/cimv2:Tovra_StoragePool.InstanceID=\"Raid Set # 000\"";
-const std::string kAllocated = "Tovra_AllocatedFromStoragePool";
+const std::string kAllocated = "Tovra_AllocatedFromStoragePool", kProfile = "Tovra_ControllerConformsToProfile";
 
 // What narrows or empties an answer beyond the far ends' own filters: a
 // superclass of the accepted result class narrows to nothing, roles do not
@@ -217,37 +194,33 @@ TEST_F(Associations, NarrowedAndEmptyAnswers) {
     std::string goneController = controller;
     goneController.replace(goneController.find("\"25\""), 4, "\"99\"");
     const std::string gonePool = "tovra/cimv2:Tovra_StoragePool.InstanceID=\"Raid Set # 007\"";
-    const std::string pool2 = "tovra/cimv2:Tovra_StoragePool.InstanceID=\"Raid Set # 002\"";
     const CMPIrc ok = CMPI_RC_OK, notFound = CMPI_RC_ERR_NOT_FOUND;
-    const std::string profile = "Tovra_ControllerConformsToProfile";
-    const struct {
+    struct Case {
         std::string source;
         AssocFilter filter;
         CMPIrc rc;
         size_t associators;
         CMPIrc referencesRc;
         size_t references;
-    } cases[] = {
-        {kPool0, {kAllocated, "CIM_StorageExtent", "", ""}, ok, 0, ok, 2},
-        {kPool0, {kAllocated, "", "Dependent", "Antecedent"}, ok, 2, ok, 0},
-        {kPool0, {"CIM_AllocatedFromStoragePool", "", "", ""}, ok, 2, ok, 2},
-        {kPool0, {"Tovra_HostedStoragePool", "Tovra_StorageVolume", "", ""}, ok, 0, ok, 1},
-        {pool2, {kAllocated, "", "", ""}, ok, 0, ok, 0},
-        {gonePool, {kAllocated, "", "", ""}, notFound, 0, notFound, 0},
-        {gonePool, {"Tovra_HostedStoragePool", "", "", ""}, notFound, 0, notFound, 0},
-        {goneController, {profile, "", "", ""}, ok, 1, notFound, 0},
-        {controller, {profile, "", "", ""}, ok, 1, CMPI_RC_ERR_NOT_SUPPORTED, 0},
     };
-    for (const auto &c : cases) {
+    for (const Case &c : {
+             Case{kPool0, {kAllocated, "CIM_StorageExtent", "", ""}, ok, 0, ok, 2},
+             Case{kPool0, {kAllocated, "", "Dependent", "Antecedent"}, ok, 2, ok, 0},
+             Case{kPool0, {"CIM_AllocatedFromStoragePool", "", "", ""}, ok, 2, ok, 2},
+             Case{kPool0, {"Tovra_HostedStoragePool", "Tovra_StorageVolume", "", ""}, ok, 0, ok, 1},
+             Case{"tovra/cimv2:Tovra_StoragePool.InstanceID=\"Raid Set # 002\"", {kAllocated, "", "", ""}, ok, 0, ok, 0},
+             Case{gonePool, {kAllocated, "", "", ""}, notFound, 0, notFound, 0},
+             Case{gonePool, {"Tovra_HostedStoragePool", "", "", ""}, notFound, 0, notFound, 0},
+             Case{goneController, {kProfile, "", "", ""}, ok, 1, notFound, 0},
+             Case{controller, {kProfile, "", "", ""}, ok, 1, CMPI_RC_ERR_NOT_SUPPORTED, 0},
+         }) {
         SCOPED_TRACE(c.filter.assocClass + " " + c.filter.resultClass + " " + c.filter.role + " from " + c.source);
-        for (const Answer &assocs : {associatorNames(c.source, c.filter), associators(c.source, c.filter)}) {
-            EXPECT_EQ(assocs.rc, c.rc);
-            EXPECT_EQ(assocs.objects.size(), c.associators);
-        }
-        for (const Answer &refs : {referenceNames(c.source, c.filter.assocClass, c.filter.role),
-                                   references(c.source, c.filter.assocClass, c.filter.role)}) {
-            EXPECT_EQ(refs.rc, c.referencesRc);
-            EXPECT_EQ(refs.objects.size(), c.references);
+        const std::vector<Answer> found = {associatorNames(c.source, c.filter), associators(c.source, c.filter),
+                                           referenceNames(c.source, c.filter.assocClass, c.filter.role),
+                                           references(c.source, c.filter.assocClass, c.filter.role)};
+        for (size_t i = 0; i < found.size(); ++i) {
+            EXPECT_EQ(found[i].rc, i < 2 ? c.rc : c.referencesRc) << "answer " << i;
+            EXPECT_EQ(found[i].objects.size(), i < 2 ? c.associators : c.references) << "answer " << i;
         }
     }
 }
@@ -273,11 +246,8 @@ CMPIObjectPath *pathFrom(const CMPIBroker *broker, const std::string &text, cons
     if (dot != std::string::npos) CMAddKey(op, text.substr(dot + 1, text.find('=') - dot - 1).c_str(), idOf(text).c_str(), CMPI_chars);
     for (const auto &[name, value] : keys) {
         CMPIObjectPath *ref = value.kind == In::Kind::Ref ? pathFrom(broker, value.text) : nullptr;
-        if (ref != nullptr) {
-            CMAddKey(op, name.c_str(), &ref, CMPI_ref);
-        } else {
-            CMAddKey(op, name.c_str(), value.text.c_str(), CMPI_chars);
-        }
+        const void *v = ref != nullptr ? static_cast<const void *>(&ref) : value.text.c_str();
+        CMAddKey(op, name.c_str(), v, ref != nullptr ? CMPI_ref : CMPI_chars);
     }
     return op;
 }
@@ -286,7 +256,6 @@ CMPIObjectPath *pathFrom(const CMPIBroker *broker, const std::string &text, cons
 // calls of an enumeration to the host's and adds a second controller system,
 // "TV99", to the controller systems it enumerates.
 struct TwinBroker {
-    static inline const CMPIBroker *host = nullptr;
     static inline std::vector<CMPIData> items;  // the controller systems still to hand out
     static inline CMPIEnumerationFT enumFT = {
         CMPICurrentVersion, [](CMPIEnumeration *) { return CMPIStatus{CMPI_RC_OK, nullptr}; },
@@ -300,6 +269,10 @@ struct TwinBroker {
         [](const CMPIEnumeration *, CMPIStatus *) -> CMPIBoolean { return !items.empty(); },
         [](const CMPIEnumeration *, CMPIStatus *) -> CMPIArray * { return nullptr; }};
     static inline CMPIEnumeration twins{&items, &enumFT};
+    static inline const CMPIBroker *host = nullptr;
+    static inline CMPIBrokerFT ft{};
+    static inline CMPIBrokerEncFT eft{};
+    static inline CMPIBroker broker{nullptr, &ft, &eft, nullptr, nullptr};
 
     static CMPIEnumeration *enumerate(const CMPIBroker *, const CMPIContext *ctx, const CMPIObjectPath *op,
                                       const char **props, CMPIStatus *rc) {
@@ -313,18 +286,15 @@ struct TwinBroker {
         items.push_back(CMPIData{CMPI_instance, CMPI_goodValue, {.inst = CMNewInstance(host, second, nullptr)}});
         return &twins;
     }
-    static const CMPIBroker *broker() {
-        static CMPIBrokerFT bft{};
-        static CMPIBrokerEncFT eft{};
-        bft.enumerateInstances = enumerate;
+    static const CMPIBroker *over(const CMPIBroker *b) {
+        host = b, ft.enumerateInstances = enumerate;
         eft.newObjectPath = [](const CMPIBroker *, const char *ns, const char *cls, CMPIStatus *rc) {
             return CMNewObjectPath(host, ns, cls, rc);
         };
         eft.classPathIsA = [](const CMPIBroker *, const CMPIObjectPath *op, const char *cls, CMPIStatus *rc) {
             return CMClassPathIsA(host, op, cls, rc);
         };
-        static CMPIBroker b{nullptr, &bft, &eft, nullptr, nullptr};
-        return &b;
+        return &broker;
     }
 };
 
@@ -338,32 +308,24 @@ void useBroker(const std::string &prefix, const CMPIBroker *broker) {
 }
 
 enum class Op { AssociatorNames, Associators, ReferenceNames, References, EnumNames, EnumInstances, GetInstance };
-const std::string kPoolVolume = "tovra/cimv2:Tovra_StorageVolume.DeviceID=\"Volume Set # 000\"";
-const std::string kAllocatedPath = "tovra/cimv2:Tovra_AllocatedFromStoragePool";
-const Keys kBothEnds = {{"Antecedent", In::ref("root/interop:" + kPool0.substr(12))}, {"Dependent", In::ref(kPoolVolume)}};
-const std::string kProfile = "Tovra_ControllerConformsToProfile";
-
 struct Call {
     std::string assoc = kAllocated;
-    std::vector<Op> ops;  // each called once
+    std::vector<Op> ops;          // each called once
     std::string source = kPool0;  // the request's path, the keys added to it
     Keys keys = {};
-    std::optional<Texts> properties = {};
+    std::optional<std::vector<const char *>> properties = {};
     CMPIrc rc = CMPI_RC_OK;
     std::vector<Texts> returned = {};  // an object of one text, its namespace, stands for any object there
     std::string line = "";             // logged, or (with a leading '!') not logged
     unsigned failingOpen = 0;          // the adapter's open that fails, counted from the call
     bool twin = false;                 // the module's enumerations see a second controller system
 };
+const std::string kAllocatedPath = "tovra/cimv2:" + kAllocated, kGetLog = "TovraAllocatedFromStoragePoolProviderGetInstance: ";
+const Keys kBothEnds = {{"Antecedent", In::ref("root/interop:Tovra_StoragePool.InstanceID=\"Raid Set # 000\"")},
+                        {"Dependent", In::ref("tovra/cimv2:Tovra_StorageVolume.DeviceID=\"Volume Set # 000\"")}};
 const Texts kRoles = {kNs, "Antecedent", "Dependent"}, kProfilePair = {kNs, "ConformantStandard", "ManagedElement"};
-const std::string kGetLog = "TovraAllocatedFromStoragePoolProviderGetInstance: ";
-
-std::vector<Texts> hostedByTwins() {
-    std::vector<Texts> out;
-    for (const std::string pool : {"Raid Set # 000", "Raid Set # 001", "Raid Set # 002"})
-        for (const std::string controller : {"25", "TV99"})
-            out.push_back({kNs, "GroupComponent=" + controller, "PartComponent=" + pool});
-    return out;
+const Texts hosted(const char *controller, const char *pool) {
+    return {kNs, "GroupComponent=" + std::string(controller), "PartComponent=Raid Set # 00" + std::string(pool)};
 }
 
 const Call kCalls[] = {
@@ -372,13 +334,13 @@ const Call kCalls[] = {
      .line = "TovraAllocatedFromStoragePoolProviderEnumInstanceNames: CMClassPathIsNotA_SuperClassName"},
     // The source is fetched with the list: without the key property the search
     // ends with the failed read. Association instances keep their references.
-    {.ops = {Op::Associators}, .properties = Texts{"RaidSetNumber"}, .returned = {{kNs}, {kNs}}},
-    {.ops = {Op::Associators}, .properties = Texts{"Capacity"}, .rc = CMPI_RC_ERR_NO_SUCH_PROPERTY},
-    {.ops = {Op::References}, .properties = Texts{"RaidSetNumber"}, .returned = {kRoles, kRoles}},
-    {.assoc = kProfile, .ops = {Op::EnumInstances}, .source = "tovra/cimv2:" + kProfile, .properties = Texts{"Nothing"},
-     .returned = {kProfilePair}},
-    // The profile association names its pairs in the request's namespace, its
-    // instances in the module's.
+    {.ops = {Op::Associators}, .properties = {{"RaidSetNumber", nullptr}}, .returned = {{kNs}, {kNs}}},
+    {.ops = {Op::Associators}, .properties = {{"Capacity", nullptr}}, .rc = CMPI_RC_ERR_NO_SUCH_PROPERTY},
+    {.ops = {Op::References}, .properties = {{"RaidSetNumber", nullptr}}, .returned = {kRoles, kRoles}},
+    {.assoc = kProfile, .ops = {Op::EnumInstances}, .source = "tovra/cimv2:" + kProfile,
+     .properties = {{"Nothing", nullptr}}, .returned = {kProfilePair}},
+    // The profile association: pairs named in the request's namespace, its
+    // instances in the module's; a missing source is not looked for.
     {.assoc = kProfile, .ops = {Op::EnumNames}, .source = "root/interop:" + kProfile,
      .returned = {{kInterop, "ConformantStandard=" + std::string(kProfileId), "ManagedElement=25"}}},
     {.assoc = kProfile, .ops = {Op::EnumInstances}, .source = "root/interop:" + kProfile, .returned = {kProfilePair}},
@@ -387,7 +349,7 @@ const Call kCalls[] = {
     // key that is no reference ends silently for the battery.
     {.ops = {Op::GetInstance}, .source = kAllocatedPath, .keys = kBothEnds,
      .returned = {{kInterop, "Tovra_StoragePool", "Tovra_StorageVolume"}}},
-    {.ops = {Op::GetInstance}, .source = kAllocatedPath, .keys = kBothEnds, .properties = Texts{"Tovra_StorageVolume"},
+    {.ops = {Op::GetInstance}, .source = kAllocatedPath, .keys = kBothEnds, .properties = {{"Tovra_StorageVolume", nullptr}},
      .returned = {{kInterop, "Tovra_StorageVolume"}}},
     {.ops = {Op::GetInstance}, .source = kAllocatedPath, .keys = {{"Antecedent", In::ref(kPool0)}},
      .rc = CMPI_RC_ERR_NO_SUCH_PROPERTY, .line = kGetLog + "CMPI_RC_ERR_FAILED"},
@@ -397,17 +359,19 @@ const Call kCalls[] = {
      .keys = {{"GroupComponent", In::str("x")}, {"PartComponent", In::str("y")}},
      .line = "!TovraSystemDeviceBatteryProviderGetInstance"},
     // A failed broker call ends the request with the results so far. Opens:
-    // the extents, then the disks once per extent; the third fails.
+    // the extents, then the disks once per extent; the third fails. The
+    // profile association skips a profile whose controllers cannot be read.
     {.assoc = "Tovra_MediaPresent", .ops = {Op::EnumNames}, .source = "tovra/cimv2:Tovra_MediaPresent",
      .rc = CMPI_RC_ERROR_SYSTEM, .returned = {{kNs}},
      .line = "TovraMediaPresentProviderEnumInstanceNames: Not Return CMPI_RC_OK(0x64)", .failingOpen = 3},
     {.ops = {Op::AssociatorNames}, .rc = CMPI_RC_ERROR_SYSTEM,
      .line = "TovraAllocatedFromStoragePoolProviderAssociatorNames: Not Return CMPI_RC_OK(0x64)", .failingOpen = 1},
-    // The profile association skips a profile whose controllers cannot be read.
     {.assoc = kProfile, .ops = {Op::EnumNames}, .source = "tovra/cimv2:" + kProfile, .failingOpen = 1},
     // All-pairs ties every pool to both controller systems.
     {.assoc = "Tovra_HostedStoragePool", .ops = {Op::EnumNames}, .source = "tovra/cimv2:Tovra_HostedStoragePool",
-     .returned = hostedByTwins(), .twin = true},
+     .returned = {hosted("25", "0"), hosted("TV99", "0"), hosted("25", "1"), hosted("TV99", "1"), hosted("25", "2"),
+                  hosted("TV99", "2")},
+     .twin = true},
 };
 
 TEST_F(Associations, DirectCallsAnswerAsTheirRequestAsks) {
@@ -416,17 +380,12 @@ TEST_F(Associations, DirectCallsAnswerAsTheirRequestAsks) {
         freshClock();
         if (c.failingOpen != 0) sim::addFault({.kind = sim::FaultKind::OpenFail, .nth = c.failingOpen, .count = 1});
         const auto [prefix, a, i] = module(c.assoc);
+        const char **list = c.properties ? const_cast<const char **>(c.properties->data()) : nullptr;
         for (const Op op : c.ops) {
             SCOPED_TRACE(c.assoc + " " + c.source + " " + std::to_string(static_cast<int>(op)));
             inRequest([&](const CMPIBroker *broker, const CMPIContext *ctx) {
-                TwinBroker::host = broker;
-                if (c.twin) useBroker(prefix, TwinBroker::broker());
+                if (c.twin) useBroker(prefix, TwinBroker::over(broker));
                 const CMPIObjectPath *cop = pathFrom(broker, c.source, c.keys);
-                const Texts names = c.properties.value_or(Texts{});
-                std::vector<const char *> props;
-                for (const std::string &p : names) props.push_back(p.c_str());
-                props.push_back(nullptr);
-                const char **list = c.properties ? props.data() : nullptr;
                 direct::RecordingResult result;
                 const CMPIResult *r = result.get();
                 const CMPIStatus st =
@@ -448,9 +407,7 @@ TEST_F(Associations, DirectCallsAnswerAsTheirRequestAsks) {
         }
         sim::clearFaults();
         TwinBroker::items.clear();
-        if (!c.line.empty()) {
-            EXPECT_EQ(logged(c.line.substr(c.line[0] == '!')), c.line[0] != '!') << c.line;
-        }
+        EXPECT_TRUE(c.line.empty() || logged(c.line.substr(c.line[0] == '!')) == (c.line[0] != '!')) << c.line;
     }
 }
 
@@ -460,18 +417,19 @@ TEST(KeyRules, CompareAsTheirRuleSays) {
     auto number = [](CMPIType type, uint64_t v) { return CMPIData{type, CMPI_goodValue, {.uint64 = v}}; };
     auto chars = [](const char *text) { return CMPIData{CMPI_chars, CMPI_goodValue, {.chars = const_cast<char *>(text)}}; };
     using tovra::KeyRule;
-    const struct {
+    struct Case {
         KeyRule rule;
         CMPIData left, right;
         bool typed, holds;
-    } cases[] = {
-        {KeyRule::Equal8, number(CMPI_uint32, 0x105), number(CMPI_uint8, 0x05), false, true},  // low byte only
-        {KeyRule::Equal32, number(CMPI_uint64, 0x100000006), number(CMPI_uint32, 6), false, true},
-        {KeyRule::Equal32, number(CMPI_uint32, 0x106), number(CMPI_uint32, 6), false, false},
-        {KeyRule::SameText, chars("Encl A"), chars("Encl A"), true, false},  // chars is not string
-        {KeyRule::LeftContainsRight, chars("anything"), chars(""), false, true},
     };
-    for (const auto &c : cases) EXPECT_EQ(tovra::keyRuleHolds(c.rule, c.left, c.right, c.typed), c.holds) << int(c.rule);
+    for (const Case &c : {
+             Case{KeyRule::Equal8, number(CMPI_uint32, 0x105), number(CMPI_uint8, 0x05), false, true},  // low byte only
+             Case{KeyRule::Equal32, number(CMPI_uint64, 0x100000006), number(CMPI_uint32, 6), false, true},
+             Case{KeyRule::Equal32, number(CMPI_uint32, 0x106), number(CMPI_uint32, 6), false, false},
+             Case{KeyRule::SameText, chars("Encl A"), chars("Encl A"), true, false},  // chars is not string
+             Case{KeyRule::LeftContainsRight, chars("anything"), chars(""), false, true},
+         })
+        EXPECT_EQ(tovra::keyRuleHolds(c.rule, c.left, c.right, c.typed), c.holds) << static_cast<int>(c.rule);
 }
 
 }  // namespace
