@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cctype>
 #include <optional>
+#include <tuple>
 
 using namespace harness;
 namespace sim = tovra::sim;
@@ -149,13 +150,8 @@ TEST_F(Associations, EveryOperationPairsTheWrittenPairs) {
     }
 }
 
-// A module's two tables, as a CIMOM gets them from its factories.
-struct Module {
-    std::string prefix;
-    CMPIAssociationMI *assoc;
-    CMPIInstanceMI *inst;
-};
-Module module(const std::string &cls) {
+// A module's name and its two tables, as a CIMOM gets them from its factories.
+std::tuple<std::string, CMPIAssociationMI *, CMPIInstanceMI *> module(const std::string &cls) {
     const std::string prefix = "Tovra" + cls.substr(6) + "Provider";
     return {prefix, static_cast<CMPIAssociationMI *>(factory(prefix + "_Create_AssociationMI")),
             static_cast<CMPIInstanceMI *>(factory(prefix + "_Create_InstanceMI"))};
@@ -189,11 +185,10 @@ const std::string kAllocated = "Tovra_AllocatedFromStoragePool", kProfile = "Tov
 // do not fetch the source; the profile's references are looked for in the
 // port controller's namespace.
 TEST_F(Associations, NarrowedAndEmptyAnswers) {
+    const std::string gonePool = "tovra/cimv2:Tovra_StoragePool.InstanceID=\"Raid Set # 007\"";
     const std::string controller = "tovra/cimv2:Tovra_PortController.CreationClassName=\"Tovra_PortController\","
                                    "DeviceID=\"25\",SystemCreationClassName=\"Tovra_RAIDControllerSystem\",SystemName=\"25\"";
-    std::string goneController = controller;
-    goneController.replace(goneController.find("\"25\""), 4, "\"99\"");
-    const std::string gonePool = "tovra/cimv2:Tovra_StoragePool.InstanceID=\"Raid Set # 007\"";
+    const std::string goneController = std::string(controller).replace(controller.find("\"25\""), 4, "\"99\"");
     const CMPIrc ok = CMPI_RC_OK, notFound = CMPI_RC_ERR_NOT_FOUND;
     struct Case {
         std::string source;
@@ -256,17 +251,13 @@ CMPIObjectPath *pathFrom(const CMPIBroker *broker, const std::string &text, cons
 // calls of an enumeration to the host's and adds a second controller system,
 // "TV99", to the controller systems it enumerates.
 struct TwinBroker {
-    static inline std::vector<CMPIData> items;  // the controller systems still to hand out
+    static inline std::vector<CMPIData> items;  // the controller systems of the last enumeration
+    static inline size_t next = 0;
     static inline CMPIEnumerationFT enumFT = {
         CMPICurrentVersion, [](CMPIEnumeration *) { return CMPIStatus{CMPI_RC_OK, nullptr}; },
         [](const CMPIEnumeration *, CMPIStatus *) -> CMPIEnumeration * { return nullptr; },
-        [](const CMPIEnumeration *, CMPIStatus *rc) {
-            *rc = CMPIStatus{CMPI_RC_OK, nullptr};
-            const CMPIData d = items.front();
-            items.erase(items.begin());
-            return d;
-        },
-        [](const CMPIEnumeration *, CMPIStatus *) -> CMPIBoolean { return !items.empty(); },
+        [](const CMPIEnumeration *, CMPIStatus *rc) { return *rc = {CMPI_RC_OK, nullptr}, items.at(next++); },
+        [](const CMPIEnumeration *, CMPIStatus *) -> CMPIBoolean { return next < items.size(); },
         [](const CMPIEnumeration *, CMPIStatus *) -> CMPIArray * { return nullptr; }};
     static inline CMPIEnumeration twins{&items, &enumFT};
     static inline const CMPIBroker *host = nullptr;
@@ -279,7 +270,7 @@ struct TwinBroker {
         CMPIEnumeration *en = CBEnumInstances(host, ctx, op, props, rc);
         if (en == nullptr || std::string(CMGetCharsPtr(CMGetClassName(op, nullptr), nullptr)) != "Tovra_RAIDControllerSystem")
             return en;
-        items.clear();
+        items.clear(), next = 0;
         while (CMHasNext(en, nullptr)) items.push_back(CMGetNext(en, nullptr));
         CMPIObjectPath *second = CMNewObjectPath(host, kNs, "Tovra_RAIDControllerSystem", nullptr);
         CMAddKey(second, "Name", "TV99", CMPI_chars);
@@ -339,8 +330,8 @@ const Call kCalls[] = {
     {.ops = {Op::References}, .properties = {{"RaidSetNumber", nullptr}}, .returned = {kRoles, kRoles}},
     {.assoc = kProfile, .ops = {Op::EnumInstances}, .source = "tovra/cimv2:" + kProfile,
      .properties = {{"Nothing", nullptr}}, .returned = {kProfilePair}},
-    // The profile association: pairs named in the request's namespace, its
-    // instances in the module's; a missing source is not looked for.
+    // The profile association names its pairs in the request's namespace, its
+    // instances in the module's.
     {.assoc = kProfile, .ops = {Op::EnumNames}, .source = "root/interop:" + kProfile,
      .returned = {{kInterop, "ConformantStandard=" + std::string(kProfileId), "ManagedElement=25"}}},
     {.assoc = kProfile, .ops = {Op::EnumInstances}, .source = "root/interop:" + kProfile, .returned = {kProfilePair}},
