@@ -310,7 +310,7 @@ const std::string kAllocatedPath = "tovra/cimv2:" + kAllocated, kGetLog = "Tovra
 const Keys kBothEnds = {{"Antecedent", In::ref("root/interop:Tovra_StoragePool.InstanceID=\"Raid Set # 000\"")},
                         {"Dependent", In::ref("tovra/cimv2:Tovra_StorageVolume.DeviceID=\"Volume Set # 000\"")}};
 const Texts kRoles = {kNs, "Antecedent", "Dependent"}, kProfilePair = {kNs, "ConformantStandard", "ManagedElement"};
-const Texts hosted(const char *controller, const char *pool) {
+Texts hosted(const char *controller, const char *pool) {
     return {kNs, "GroupComponent=" + std::string(controller), "PartComponent=Raid Set # 00" + std::string(pool)};
 }
 
