@@ -1,6 +1,6 @@
 // Fuzz entry for what a listener reads: any bytes as an export request body.
-// A decoded indication is printed as the listener prints it (text and JSON),
-// so every value the decoder builds is walked.
+// A decoded indication is written back out as CIM-XML and its values as
+// text, so every value the decoder builds is walked.
 #include "CimRequest.h"
 #include "XmlWriter.h"
 

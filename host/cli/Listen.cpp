@@ -2,6 +2,7 @@
 
 #include "CimRequest.h"
 #include "Format.h"
+#include "PeerAddress.h"
 #include "XmlWriter.h"
 
 #include <microhttpd.h>
@@ -249,19 +250,6 @@ private:
         return out;
     }
 
-    static std::string peerOf(MHD_Connection *c) {
-        const MHD_ConnectionInfo *info = MHD_get_connection_info(c, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
-        char text[INET6_ADDRSTRLEN] = "-";
-        if (info != nullptr && info->client_addr != nullptr) {
-            const sockaddr *sa = info->client_addr;
-            if (sa->sa_family == AF_INET)
-                inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in *>(sa)->sin_addr, text, sizeof text);
-            else if (sa->sa_family == AF_INET6)
-                inet_ntop(AF_INET6, &reinterpret_cast<const sockaddr_in6 *>(sa)->sin6_addr, text, sizeof text);
-        }
-        return text;
-    }
-
     MHD_Result request(MHD_Connection *c, const char *method, const char *data, size_t *size, void **reqCls) {
         auto *ex = static_cast<Exchange *>(*reqCls);
         if (ex == nullptr) {
@@ -307,7 +295,7 @@ private:
         if (p == nullptr || p->value.kind != cimserver::RawValue::Kind::Instance || r.params.size() != 1)
             return reply(c, 200, nullptr,
                          response(r.messageId, CMPI_RC_ERR_INVALID_PARAMETER, "NewIndication must be the one INSTANCE"));
-        ex->printed = print(p->value.instance, peerOf(c));
+        ex->printed = print(p->value.instance, cimserver::peerAddress(c));
         return reply(c, 200, nullptr, response(r.messageId, 0, {}));
     }
 

@@ -1,9 +1,9 @@
 #include "Listener.h"
 
+#include "PeerAddress.h"
+
 #include <microhttpd.h>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -70,18 +70,6 @@ namespace {
 constexpr std::string_view kBusy =
     "HTTP/1.1 503 Service Unavailable\r\nConnection: close\r\nRetry-After: 1\r\nContent-Length: 0\r\n\r\n";
 constexpr std::string_view kTimeout = "HTTP/1.1 408 Request Timeout\r\nConnection: close\r\nContent-Length: 0\r\n\r\n";
-
-std::string peerOf(MHD_Connection *c) {
-    const MHD_ConnectionInfo *info = MHD_get_connection_info(c, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
-    if (info == nullptr || info->client_addr == nullptr) return "-";
-    char text[INET6_ADDRSTRLEN] = "-";
-    const sockaddr *sa = info->client_addr;
-    if (sa->sa_family == AF_INET)
-        inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in *>(sa)->sin_addr, text, sizeof text);
-    else if (sa->sa_family == AF_INET6)
-        inet_ntop(AF_INET6, &reinterpret_cast<const sockaddr_in6 *>(sa)->sin6_addr, text, sizeof text);
-    return text;
-}
 
 void freeString(void *cls) { std::unique_ptr<std::string> owned(static_cast<std::string *>(cls)); }
 
@@ -169,7 +157,7 @@ Listener::~Listener() {
 
 void Listener::opened(MHD_Connection *c, void **socketContext) {
     auto *conn = std::make_unique<Conn>().release();  // owned by the daemon until closed()
-    conn->peer = peerOf(c);
+    conn->peer = peerAddress(c);
     if (const MHD_ConnectionInfo *info = MHD_get_connection_info(c, MHD_CONNECTION_INFO_CONNECTION_FD))
         conn->fd = info->connect_fd;
     *socketContext = conn;

@@ -2,6 +2,8 @@
 // by filters, by disable/enable and by cleanup (the indication MI called
 // directly, as a CIMOM calls it), the same under concurrent calls, and the
 // adapter's faults, which skip rounds without losing or repeating an alert.
+#include "AlertSupport.h"
+
 #include <Host.h>
 #include <cmpimacs.h>
 #include <tovrasim/Simulator.h>
@@ -20,6 +22,7 @@
 namespace {
 
 namespace sim = tovra::sim;
+using alert_support::eventually;
 using cimhost::Host;
 using cimhost::InstanceV;
 
@@ -27,22 +30,8 @@ constexpr const char *kNs = "tovra/cimv2";
 constexpr const char *kClass = "Tovra_AlertIndication";
 constexpr uint8_t kPoll = 0x19;
 
-const bool environment = [] {
-    ::setenv("TOVRA_ALERT_INTERVAL", "0.02", 1);
-    ::setenv("TOVRA_CACHE_EPOCHS", "", 1);
-    return true;
-}();
 
 std::string query(int n) { return "SELECT * FROM Tovra_AlertIndication WHERE AlertType = " + std::to_string(n); }
-
-bool eventually(const std::function<bool()> &cond) {
-    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!cond()) {
-        if (std::chrono::steady_clock::now() > until) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
 
 class Watcher : public ::testing::Test {
 protected:

@@ -4,6 +4,8 @@
 // tovra-sim command of another process through a shared state file); the
 // alerts arrive at the host's indication sink. Rounds are counted by the
 // adapter's poll requests, so no test waits longer than it must.
+#include "AlertSupport.h"
+
 #include <Host.h>
 #include <cmpimacs.h>
 #include <tovrasim/Simulator.h>
@@ -23,6 +25,7 @@
 namespace {
 
 namespace sim = tovra::sim;
+using alert_support::eventually;
 using cimhost::Host;
 using cimhost::InstanceV;
 using cimhost::Reply;
@@ -32,11 +35,6 @@ constexpr const char *kAlerts = "SELECT * FROM Tovra_AlertIndication";
 constexpr const char *kSerial = "TV12A0005531";
 constexpr uint8_t kPoll = 0x19;
 
-const bool environment = [] {
-    ::setenv("TOVRA_ALERT_INTERVAL", "0.02", 1);  // a round every 20 ms
-    ::setenv("TOVRA_CACHE_EPOCHS", "", 1);        // cache counters in the process
-    return true;
-}();
 
 std::string text(const InstanceV &i, const char *name) {
     const cimhost::Value *v = i.property(name);
@@ -45,16 +43,6 @@ std::string text(const InstanceV &i, const char *name) {
 uint64_t number(const InstanceV &i, const char *name) {
     const cimhost::Value *v = i.property(name);
     return v != nullptr && !v->isNull() ? v->asUnsigned() : 9999;
-}
-
-// Polls cond until it holds, for at most ten seconds.
-bool eventually(const std::function<bool()> &cond) {
-    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!cond()) {
-        if (std::chrono::steady_clock::now() > until) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
 }
 
 // What one alert must say: a part of its message, its severity and probable
